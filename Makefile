@@ -1,0 +1,34 @@
+# Thin wrapper around CMake: `make test` and `make demo` work on a fresh machine.
+BUILD   ?= build
+JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
+DEB_PKGS = g++ cmake make libgtest-dev libbenchmark-dev libncurses-dev ncompress tar procps util-linux diffutils
+
+.PHONY: all deps configure build test demo clean
+
+all: build
+
+# Installs only what is missing, and only when we may (root with apt-get).
+deps:
+	@missing=""; for p in $(DEB_PKGS); do \
+	    dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
+	if [ -n "$$missing" ]; then \
+	    if [ "$$(id -u)" = 0 ] && command -v apt-get >/dev/null; then \
+	        echo "installing:$$missing"; \
+	        apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
+	    else echo "missing Debian packages:$$missing (run make as root to install them)"; fi; \
+	fi
+
+configure: deps
+	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+
+build: configure
+	cmake --build $(BUILD) -j $(JOBS)
+
+test: build
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+demo: build
+	@sh examples/demo.sh $(BUILD)
+
+clean:
+	rm -rf $(BUILD)
