@@ -75,6 +75,16 @@ void WalkArguments(int argc, char **argv, StartFlags &flags) {
     }
 }
 
+// The medium names its kind in installf.rom (in capitals on DOS diskettes);
+// without it the drive is tried.
+void InstallFromMedium() {
+    bool marked = GetFileContent(pToolPath, "installf.rom") || GetFileContent(pToolPath, "INSTALLF.ROM");
+    if (marked && LineBuf[0] != 'd')
+        InstallFromSite();
+    else
+        InstallFromDiskette();
+}
+
 }  // namespace
 
 char *StripToBaseName(char *path) {
@@ -97,5 +107,14 @@ int SetupMain(int argc, char **argv) {
     InitSysCmdList();
     FillInfoTexts();
     WalkArguments(argc, argv, flags);
-    return 0;
+    if (!flMenu && !pInstallDir) {
+        char *previous = LocatePreviousInstallation();
+        pInstallDir = previous ? previous : const_cast<char *>("/opt");
+    }
+    if (pInstallDir) pInstallDir = SaveStr_(pInstallDir);
+    if (!flMenu && flags.spaceCheck) FreeSpaceForInstall(pOrvelInstallDir, pInstallDir, COMPANY);
+    InstallFromMedium();
+    if (!TestConfigFlag(AppDir, ".StandAloneDb") && !TestConfigFlag(AppDir, ".StandAlone"))
+        OrvelClean(flags.cleanUp);
+    std::exit(0);
 }

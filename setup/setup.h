@@ -2,6 +2,7 @@
 #pragma once
 
 #include "SysCmd.h"
+#include "TextMenu.h"
 #include "setupString.h"
 #include "utils.h"
 
@@ -32,3 +33,42 @@ char *StripToBaseName(char *path);
 
 /// Program entry: start-up, the command-line words, then installation.
 int SetupMain(int argc, char **argv);
+
+// Installation flow.
+/// Returns when the medium's isize/tsize fit; otherwise prints why and exits 0.
+void FreeSpaceForInstall(const char *workDir, const char *baseDir, const char *company);
+int InstallFromDiskette();
+int InstallFromSite();
+/// Loads "disks" (or "DISKS", then upper-cased) of `directory` into LineBuf;
+/// ends the program when neither can be read.
+void GetDisksData(const char *directory);
+void GenZFile();
+/// 0 installed (or refused/declined), 1 when the package list was stopped.
+int Install();
+/// Asks for a directory; the answer is left in Name. 1 accepted, 0 declined.
+int GetDirName(const char *const *info, const char *defaultDir, int offerPrevious);
+/// Base directory of an earlier installation (in Name), or null.
+char *LocatePreviousInstallation();
+
+// Package list.
+/// 0 when the list ran to its end, 1 when a checkps answer stopped it.
+int ProcessPkgList(const char *packageSubdir);
+/// 0 when none of the comma-separated programs runs (any more), 1 to quit.
+int QuitForRunningProcesses(const char *processList);
+int TestConfigFlag(const char *directory, const char *name);
+/// Writes <AppDir>/.pn_cfg with the host's print system.
+void WriteConfigFlags();
+
+// Installation site and diskettes.
+int GenInstallSite();
+int GenInstallDisks();
+int EjectDiskette();
+int TestDiskette();
+
+// Daemon and boot integration.
+void StopDemon();
+void AddDaemonToInitTab();
+/// Writes shell line, banner and the filled template to `path`, then chmod
+/// 755; returns chmod's result, 0 when the file cannot be created.
+int GenSimpleScript(const char *path, const char *shellLine, const char *tmpl, ...);
+void OrvelClean(int removeWorkCopies);

@@ -1,0 +1,39 @@
+#include "Disks.h"
+
+namespace {
+
+std::string_view NextToken(std::string_view &rest, std::string_view separators) {
+    size_t start = rest.find_first_not_of(separators);
+    if (start == std::string_view::npos) {
+        rest = {};
+        return {};
+    }
+    rest.remove_prefix(start);
+    size_t end = std::min(rest.find_first_of(separators), rest.size());
+    std::string_view token = rest.substr(0, end);
+    rest.remove_prefix(end);
+    return token;
+}
+
+}  // namespace
+
+DisksLines SplitDisksText(std::string_view text, std::string_view wordSeparators) {
+    DisksLines lines;
+    std::string_view rest = text;
+    for (std::string_view line = NextToken(rest, "\r\n"); !line.empty();
+         line = NextToken(rest, "\r\n")) {
+        DisksWords words;
+        bool ended = false;
+        for (std::string_view word = NextToken(line, wordSeparators); !word.empty();
+             word = NextToken(line, wordSeparators)) {
+            if (word == "end_of_list") {
+                ended = true;
+                break;
+            }
+            words.push_back(word);
+        }
+        if (!words.empty()) lines.push_back(std::move(words));
+        if (ended) break;
+    }
+    return lines;
+}
