@@ -1,0 +1,71 @@
+// The rehearsal sandbox: its mounts, what it held before the command ran, and
+// the run itself.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Options.h"
+
+/// Where a path changed by the command can be found outside the chroot.
+struct Layer {
+    std::string dir;     ///< real directory holding the changes (upper layer or a tmpfs)
+    std::string prefix;  ///< path inside the sandbox that `dir` shows ("" for the root)
+    bool overlay;        ///< true: compare against the lower layer; false: all of it is new
+};
+
+/// What an entry looked like before the command ran: the sandbox's own plumbing.
+struct Before {
+    mode_t mode;
+    uid_t uid;
+    gid_t gid;
+    off_t size;
+    long long ctimeNs;
+};
+
+struct Sandbox {
+    std::string state;  ///< private tmpfs holding everything below
+    std::string lower;  ///< read-only bind of the real root file system
+    std::string upper;
+    std::string root;  ///< the merged view the command is chrooted into
+    std::vector<Layer> layers;
+    std::map<std::string, Before> plumbing;  ///< sandbox path -> entry as installed
+};
+
+/// Mount point of the stand-ins' private tmpfs inside the sandbox.
+constexpr const char *kHelperDir = "/run/rehearse";
+/// The diskette drive's socket inside the sandbox.
+constexpr const char *kDriveSocket = "/run/rehearse/drive";
+/// Environment variable that turns our binary into an idle stand-in process.
+constexpr const char *kIdleVariable = "REHEARSE_IDLE_STANDIN";
+
+/// Builds every mount under `stateDir` (in a private mount namespace) and
+/// binds `driveSocket` (an unbound AF_UNIX socket, or -1 without a drive) to
+/// the drive's socket inside; prints a "rehearse: ..." reason and returns
+/// false when it cannot.
+bool BuildSandbox(const Options &options, const std::string &stateDir, Sandbox &box,
+                  int driveSocket);
+
+/// Runs `work` in a child chrooted into `root`; true when it returned true.
+bool InsideSandbox(const std::string &root, const std::function<bool()> &work);
+
+/// Records the sandbox's own entries so that the report leaves them out.
+void SnapshotPlumbing(Sandbox &box);
+
+/// Runs the rehearsal inside new mount and pid namespaces (we are pid 1);
+/// returns the exit status for rehearse.
+int RunRehearsal(const Options &options, const std::string &stateDir);
+
+/// Writes the change report to `out`.
+void WriteReport(const Sandbox &box, int out);
+
+/// Copies the changes into `dir`, leaving the plumbing out; false on failure.
+bool KeepChanges(const Sandbox &box, const std::string &dir);
+
+/// Runs argv (host programs, outside the chroot) with stdout to `out` (-1:
+/// inherit); returns its exit status, or -1 when it cannot be run.
+int RunHostCommand(const std::vector<std::string> &argv, int out);
