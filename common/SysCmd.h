@@ -39,16 +39,21 @@ extern char flSysCmdLog;                   ///< print a dot and log each command
 
 /// Resolves the whole table (default directories, then PATH), exports SHELL.
 void InitSysCmdList();
+/// Forgets every resolved path and restores the default search path, so that
+/// tests and measurements can resolve the table again from a clean start.
+void ResetSysCmdList();
 /// Gives unresolved commands found in `directory` that directory; 1 while some remain.
 int FillCmdPaths(const char *directory);
 /// Resolves one command through the combined search path; 1 when found.
 int FillCmdPath(int index);
 int TestCmd(int index);            ///< 1 when the command has a path
-char *GetCmd(int index);           ///< allocated "path/name args"
-char *GetCmdNoFlags(int index);    ///< allocated "path/name"; null from 82 up
+char *GetCmd(int index);           ///< allocated "path/name args"; null when unresolved
+char *GetCmdNoFlags(int index);    ///< allocated "path/name"; null from 82 up or unresolved
 char *ReadDir(DIR *dirHandle, char *entryBuffer);  ///< entryBuffer: 256 bytes
 /// " . .. a b " of a directory (allocated), or null when it cannot be opened.
 char *GetDirFileList(const char *directory);
+/// The same keeping names whose text after the last "." is `extension` (all
+/// for null); null when nothing is kept or the directory cannot be opened.
 char *SearchDirFileList(const char *directory, const char *extension);
 
 struct ResponseLine {
@@ -58,12 +63,18 @@ struct ResponseLine {
 
 /// Runs command `index` with the caller's formatted arguments. Mode 0
 /// discards output, 1 logs it, 2 logs and ends the program on failure.
-/// Returns 0, or errno when the command failed.
+/// Returns 0, or errno when the command failed (EINVAL, running nothing, for
+/// an index outside the table). Ends the program with status 0 when the
+/// command cannot be found, with status 1 on a mode 2 failure.
 int SysCmd(int index, int mode, const char *format, ...) PRINTF_LIKE(3, 4);
+/// Runs the formatted line as it stands, then sleeps a second; returns the
+/// shell's status shifted right by 7. Ends the program on a mode 2 failure.
 int SysCmdP(int mode, const char *format, ...) PRINTF_LIKE(2, 3);
-/// Output lines containing `filter` (all when null/empty), or null.
+/// Output lines containing `filter` (all when null/empty), or null. Ends the
+/// program with status 0 when the command cannot be found.
 ResponseLine *GetCmdResponse(int index, const char *filter, const char *format, ...)
     PRINTF_LIKE(3, 4);
+/// The same kept lines as one allocated string, each ended by a newline.
 char *GetCmdResponseStr(int index, const char *filter, const char *format, ...)
     PRINTF_LIKE(3, 4);
 void FreeResponseList(ResponseLine *list);
@@ -75,9 +86,14 @@ struct DiskSpace {
 
 char *GetSysPsIdList(const char *name);          ///< " 12 34 " or null
 char *CheckProcTableForExecs(const char *names);  ///< "name ( ids )\n"... or null
+/// Sends SIGKILL to every process of that name, waits a second; returns 0.
 int KillProcessByName(const char *name);
+/// " pkg1 pkg2 " of the pkginfo lines holding `filter`, or null.
 char *GetSysPkgList(const char *filter);
+/// Fills `record` from df; 1 when the report has an "avail..." column.
 int GetDiskSpace(const char *path, DiskSpace *record);
+/// 1 when `required` fits under `path` (an existing `name` there counting as
+/// free); a missing path is measured on its nearest existing parent.
 int AvailSpace(const char *path, const char *name, double required);
-double DUPath(const char *path);
-void SysGetSubnetMask();
+double DUPath(const char *path);  ///< first number of "du -s", 0 without output
+void SysGetSubnetMask();          ///< nothing to do on this platform
