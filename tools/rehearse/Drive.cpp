@@ -111,8 +111,9 @@ std::string Drive::Eject() {
     // An empty drive ejects nothing and succeeds: the installer insists on
     // `eject -f` until it does, and would otherwise never get past it.
     if (!loaded_) return "0";
-    // A busy mount (a shell sitting in it) refuses like a real drive does.
-    if (!InsideSandbox(root_, [&] { return umount2(kFloppy, 0) == 0; }))
+    // `eject -f` forces the diskette out even while a program started from
+    // it is running: the installer itself is usually run from the diskette.
+    if (!InsideSandbox(root_, [&] { return umount2(kFloppy, MNT_DETACH) == 0; }))
         return "1 eject: /floppy/floppy0: Device or resource busy";
     loaded_ = false;
     return "0";

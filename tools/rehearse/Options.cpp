@@ -53,9 +53,11 @@ directories beneath them.
 
 The diskette drive (any -f or --floppy-empty): /floppy/floppy0 shows the loaded
 diskette, read-only, and like a DOS file system answers to each of its names in
-lower and in upper case (the other case shows as a symbolic link). `eject -f` (or plain `eject`) unloads it and succeeds on an
-empty drive too; `eject -q` exits 0 when a diskette is loaded and 1 when not;
-`volcheck` loads the next diskette of the queue into an empty drive.
+lower and in upper case (the other case shows as a symbolic link). `eject -f`
+(or plain `eject`) unloads it, even while a program started from it runs, and
+succeeds on an empty drive too; `eject -q` exits 0 when a diskette is loaded
+and 1 when not; `volcheck` loads the next diskette of the queue into an empty
+drive.
 
 The change report is written after the command ends: one line per path added
 (+), changed (~) or removed (-) with its type, mode, owner and link target,
