@@ -367,7 +367,8 @@ TEST_F(ProcessTest, KilledRehearseTakesItsCommandAlongAndIsSweptNextTime) {
     for (int i = 0; i < 100 && HostProcessWith("sleep " + marker); i++)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_FALSE(HostProcessWith("sleep " + marker));
-    EXPECT_EQ(StateDirsOf(pid), 1);
+    // Whether the empty state directory is still there depends on whether a
+    // rehearsal running alongside swept it already; after ours it is gone.
     Run({"-q", "true"});
     EXPECT_EQ(StateDirsOf(pid), 0);
 }
