@@ -415,7 +415,7 @@ TEST_F(CheckpsTest, NoAnswerQuits) {
 TEST_F(CheckpsTest, WaitGoesOnOnceTheProgramEnds) {
     fs::path site = SiteWithCheck();
     std::string command =
-        "cp /bin/sleep /run/pnfilter && (/run/pnfilter 8 &) ; exec " + (site / "setup").string();
+        "cp /bin/sleep /run/pnfilter && (/run/pnfilter 12 &) ; exec " + (site / "setup").string();
     Outcome o = Rehearse({"-q", "-C", site.string()}, {"/bin/sh", "-c", command}, "1\n");
     EXPECT_EQ(o.status, 0) << o.out << o.err;
     EXPECT_NE(o.out.find(RUNNING), std::string::npos) << o.out;
