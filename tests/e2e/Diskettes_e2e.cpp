@@ -70,6 +70,15 @@ class MediumTest : public E2eTest {
 // forced eject takes the diskette out from under the running program.
 constexpr const char *kDriveSetup = "/floppy/floppy0/setup";
 
+// What a three-diskette installation says when each diskette is loaded in turn.
+constexpr const char *kThreeDiskettes =
+    "Reading diskette 1\n"
+    "Reading diskette 2\n"
+    "Please insert install diskette 2 and press enter\n"
+    "Reading diskette 3\n"
+    "Please insert install diskette 3 and press enter\n"
+    "\n";
+
 class DisketteSetTest : public MediumTest {
   protected:
     fs::path set;
@@ -86,13 +95,7 @@ class DisketteSetTest : public MediumTest {
 TEST_F(DisketteSetTest, AsksForEachDisketteInTurnAndInstalls) {
     Outcome o =
         Rehearse({"-f", Disk(1), "-f", Disk(2), "-f", Disk(3)}, {kDriveSetup}, kKeys);
-    EXPECT_EQ(Dialogue(o.out),
-              "Reading diskette 1\n"
-              "Reading diskette 2\n"
-              "Please insert install diskette 2 and press enter\n"
-              "Reading diskette 3\n"
-              "Please insert install diskette 3 and press enter\n"
-              "\n");
+    EXPECT_EQ(Dialogue(o.out), kThreeDiskettes);
     ExpectInstalled(o);
     // Each piece was copied from the drive into the work area.
     std::string log = o.Text("/tmp/setup.log");
@@ -158,13 +161,7 @@ class DosDisketteSetTest : public DisketteSetTest {
 TEST_F(DosDisketteSetTest, UpperCaseNamesInstallThroughTheDrive) {
     Outcome o = Rehearse({"-f", Disk(1), "-f", Disk(2), "-f", Disk(3)},
                          {"/floppy/floppy0/SETUP"}, kKeys);
-    EXPECT_EQ(Dialogue(o.out),
-              "Reading diskette 1\n"
-              "Reading diskette 2\n"
-              "Please insert install diskette 2 and press enter\n"
-              "Reading diskette 3\n"
-              "Please insert install diskette 3 and press enter\n"
-              "\n");
+    EXPECT_EQ(Dialogue(o.out), kThreeDiskettes);
     ExpectInstalled(o);
     EXPECT_NE(o.Text("/tmp/SETUP.log").find("/floppy/floppy0/PKG_TAR.Z3 OrvelInstall"),
               std::string::npos);
