@@ -340,6 +340,9 @@ TEST_F(ProcessTest, HangingCommandIsInterruptedAndEverythingCleanedUp) {
     close(pipe[1]);
     char ready[8] = {};
     ASSERT_GT(read(pipe[0], ready, sizeof ready), 0);
+    // "ready" comes just before the exec: give a loaded machine a moment.
+    for (int i = 0; i < 100 && !HostProcessWith("sleep " + marker); i++)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_TRUE(HostProcessWith("sleep " + marker));
     kill(pid, SIGINT);
     int status = 0;
