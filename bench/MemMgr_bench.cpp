@@ -60,16 +60,19 @@ void Replay(benchmark::State &state, Alloc alloc, Free release) {
 }
 
 void BM_GetMemPutMem(benchmark::State &state) {
-    Replay(state, [](long n) { return GetMem(n); }, [](void *p) { PutMem(p); });
+    Replay(
+        state, [](long n) { return GetMem(n); }, [](void *p) { PutMem(p); });
 }
 
 // calloc: GetMem's memory is zero-filled, so the fair comparison zeroes too.
 void BM_CallocFree(benchmark::State &state) {
-    Replay(state, [](long n) { return std::calloc(1, n); }, [](void *p) { std::free(p); });
+    Replay(
+        state, [](long n) { return std::calloc(1, n); }, [](void *p) { std::free(p); });
 }
 
 void BM_MallocFree(benchmark::State &state) {
-    Replay(state, [](long n) { return std::malloc(n); }, [](void *p) { std::free(p); });
+    Replay(
+        state, [](long n) { return std::malloc(n); }, [](void *p) { std::free(p); });
 }
 
 }  // namespace

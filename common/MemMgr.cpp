@@ -14,12 +14,16 @@ const char *OutOfMem = "Unable to allocate memory";
 namespace {
 
 // One byte more than asked for is always there, so callers can NUL-terminate.
-long RoundRequest(long size) { return (size + MEM_NODE_SIZE) / MEM_NODE_SIZE * MEM_NODE_SIZE; }
+long RoundRequest(long size) {
+    return (size + MEM_NODE_SIZE) / MEM_NODE_SIZE * MEM_NODE_SIZE;
+}
 
 // Largest request we can describe in the block's 32-bit size field.
 constexpr long MAX_REQUEST = INT32_MAX - 2L * MEM_BLOCK_SIZE;
 
-bool IsDedicated(const MemBlock *b) { return b->size > MEM_BLOCK_SIZE; }
+bool IsDedicated(const MemBlock *b) {
+    return b->size > MEM_BLOCK_SIZE;
+}
 
 // Signed distance of a pointer from a block's data start, computed on
 // integers because the pointer may belong to another object altogether.
@@ -27,7 +31,9 @@ long Offset(const MemBlock *b, const void *p) {
     return static_cast<long>(reinterpret_cast<intptr_t>(p) - reinterpret_cast<intptr_t>(b->data));
 }
 
-char *NodeAddr(MemBlock *b, long node) { return b->data + node * MEM_NODE_SIZE; }
+char *NodeAddr(MemBlock *b, long node) {
+    return b->data + node * MEM_NODE_SIZE;
+}
 
 // First fit: the lowest index that begins `k` consecutive free nodes. This is
 // the first occurrence of a run of k spaces in the map string.
@@ -77,7 +83,9 @@ void *GetDedicated(long r) {
 
 // The MAT has MEM_NODES entries; FindBlock's inclusive bound can yield the
 // index one past the end, which starts no allocation.
-int MatNodes(const MemBlock *b, long i) { return i >= 0 && i < MEM_NODES ? b->mat[i].nodes : 0; }
+int MatNodes(const MemBlock *b, long i) {
+    return i >= 0 && i < MEM_NODES ? b->mat[i].nodes : 0;
+}
 
 void ShrinkInPlace(MemBlock *b, long i, int old, int k) {
     int d = old - k;
@@ -189,7 +197,9 @@ void DumpOrdinary(const MemBlock *b) {
 
 }  // namespace
 
-void *MapBlock(long size) { return std::malloc(static_cast<size_t>(size)); }
+void *MapBlock(long size) {
+    return std::malloc(static_cast<size_t>(size));
+}
 
 MemBlock *GetNewBlock(long size) {
     long dataSize = size <= MEM_BLOCK_SIZE ? MEM_BLOCK_SIZE : size;

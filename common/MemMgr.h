@@ -84,5 +84,7 @@ struct MemAllocator {
     }
     void deallocate(T *p, std::size_t) { PutMem(p); }
     template <typename U>
-    bool operator==(const MemAllocator<U> &) const { return true; }
+    bool operator==(const MemAllocator<U> &) const {
+        return true;
+    }
 };

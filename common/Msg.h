@@ -7,12 +7,12 @@
 
 constexpr int LINE_SIZE = 0x10000;
 
-extern char *my_name;          ///< program base name: message prefixes, log name
-extern char flUseLog;          ///< PutLogMsg writes, SysCmd sends output to the log
-extern const char *pLogPath;   ///< directory of the log, "/tmp"
-extern FILE *pLog;             ///< the log while one message is written
-extern char flLogOpenError;    ///< reserved
-extern char Line[LINE_SIZE];   ///< shared scratch line
+extern char *my_name;         ///< program base name: message prefixes, log name
+extern char flUseLog;         ///< PutLogMsg writes, SysCmd sends output to the log
+extern const char *pLogPath;  ///< directory of the log, "/tmp"
+extern FILE *pLog;            ///< the log while one message is written
+extern char flLogOpenError;   ///< reserved
+extern char Line[LINE_SIZE];  ///< shared scratch line
 
 /// Appends to /tmp/<my_name>.log when flUseLog is set; the first message of a
 /// run truncates the file.
@@ -27,8 +27,8 @@ void errormsg(const char *format, ...) PRINTF_LIKE(1, 2);
 [[noreturn]] void exit_app(int code);
 
 /// Writes a whole text file; 1 on success, 0 when it cannot be opened.
-int CreateTextFile(const char *path, const char *openMode, int permissions, const char *format,
-                   ...) PRINTF_LIKE(4, 5);
+int CreateTextFile(const char *path, const char *openMode, int permissions, const char *format, ...)
+    PRINTF_LIKE(4, 5);
 /// Ensures a directory, optionally touches a file in it, sets mode/owner/group.
 int CreateFile(const char *directory, const char *fileName, const char *mode, const char *owner,
                const char *group);

@@ -26,8 +26,8 @@ char *SkipSpace(const char *string);    ///< first non-blank character; null sta
 char *StripAllBackslashes(char *string);
 
 int StrLen(const char *string);
-char *StrChr(const char *string, int c);         ///< first unescaped c, or null
-char *StrNChr(const char *string, int c, int n); ///< n-th c (1-based), or null
+char *StrChr(const char *string, int c);          ///< first unescaped c, or null
+char *StrNChr(const char *string, int c, int n);  ///< n-th c (1-based), or null
 char *StrStr(const char *haystack, const char *needle);
 char *StrCaseStr(const char *haystack, const char *needle);
 char *StrNStr(const char *haystack, const char *needle, int n);
@@ -36,8 +36,8 @@ char *FindExistingPath(const char *path, int *exactFlag);
 
 char *GetEnv(const char *name);  ///< allocated value, or null when unset
 char *GetHostname();
-char *GetUserName();                   ///< through `whoami`; null when it cannot run
-char *GetToolPath(const char *path);   ///< absolute directory of a program path
+char *GetUserName();                  ///< through `whoami`; null when it cannot run
+char *GetToolPath(const char *path);  ///< absolute directory of a program path
 void SetVarContent(void *destination, const void *source, int count, int reverse);
 
 int SniffCUPS();   ///< 1 when `cupsd` is on the command path

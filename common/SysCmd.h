@@ -15,22 +15,89 @@ struct SysCommand {
 
 /// Row numbers of ComList, used wherever a command is run.
 enum : int {
-    CMD_NONE = 0, CMD_NONE1 = 1, CMD_CANCEL = 2, CMD_CAT = 3, CMD_CHGRP = 4, CMD_CHMOD = 5,
-    CMD_CHOWN = 6, CMD_CLEAR = 7, CMD_COMPRESS = 8, CMD_CP = 9, CMD_CP_R = 10, CMD_CUPSD = 11,
-    CMD_ID = 12, CMD_ECHO = 13, CMD_EJECT = 14, CMD_EJECT_Q = 15, CMD_FILE = 16, CMD_LN = 17,
-    CMD_LP = 18, CMD_LPC = 19, CMD_LPR = 20, CMD_LPRM = 21, CMD_LPSTAT = 22, CMD_LS = 23,
-    CMD_KILL = 24, CMD_MV = 25, CMD_MKDIR = 26, CMD_MORE = 27, CMD_PING = 28, CMD_RM = 29,
-    CMD_RM_R = 30, CMD_SH = 31, CMD_SLEEP = 32, CMD_TAR_C = 33, CMD_TAR_X = 34, CMD_TOUCH = 35,
-    CMD_UNCOMPRESS = 36, CMD_WHOAMI = 37, CMD_ZCAT = 38, CMD_UNAME = 39, CMD_SED = 40,
-    CMD_DU = 41, CMD_CHECKPC = 42, CMD_LPD = 43, CMD_PKGADD = 44, CMD_PKGINFO = 45,
-    CMD_PKGRM = 46, CMD_ACCEPT = 47, CMD_DISABLE = 48, CMD_ENABLE = 49, CMD_LPADMIN = 50,
-    CMD_LPFILTER = 51, CMD_LPSCHED = 52, CMD_LPSHUT = 53, CMD_LPSYSTEM = 54, CMD_PS = 55,
-    CMD_BAR = 56, CMD_DF = 57, CMD_LPQ = 58, CMD_YPCAT = 59, CMD_REJECT = 60, CMD_PMADM = 61,
-    CMD_SACADM = 62, CMD_VOLCHECK = 63, CMD_CAPTURE = 64, CMD_LPSET = 65, CMD_INSTNETPR = 66,
-    CMD_PIOMKPQ = 67, CMD_PIOMISC_EXT = 68, CMD_PIOMISC_BASE = 69, CMD_LSALLQ = 70,
-    CMD_MKQUE = 71, CMD_MKQUEDEV = 72, CMD_RMQUE = 73, CMD_RMQUEDEV = 74, CMD_PIOCHDFQ = 75,
-    CMD_ENQ = 76, CMD_LSQUEDEV = 77, CMD_LSQUE = 78, CMD_STARTSRC = 79, CMD_STOPSRC = 80,
-    CMD_LSSRC = 81, CMD_COUNT = 82
+    CMD_NONE = 0,
+    CMD_NONE1 = 1,
+    CMD_CANCEL = 2,
+    CMD_CAT = 3,
+    CMD_CHGRP = 4,
+    CMD_CHMOD = 5,
+    CMD_CHOWN = 6,
+    CMD_CLEAR = 7,
+    CMD_COMPRESS = 8,
+    CMD_CP = 9,
+    CMD_CP_R = 10,
+    CMD_CUPSD = 11,
+    CMD_ID = 12,
+    CMD_ECHO = 13,
+    CMD_EJECT = 14,
+    CMD_EJECT_Q = 15,
+    CMD_FILE = 16,
+    CMD_LN = 17,
+    CMD_LP = 18,
+    CMD_LPC = 19,
+    CMD_LPR = 20,
+    CMD_LPRM = 21,
+    CMD_LPSTAT = 22,
+    CMD_LS = 23,
+    CMD_KILL = 24,
+    CMD_MV = 25,
+    CMD_MKDIR = 26,
+    CMD_MORE = 27,
+    CMD_PING = 28,
+    CMD_RM = 29,
+    CMD_RM_R = 30,
+    CMD_SH = 31,
+    CMD_SLEEP = 32,
+    CMD_TAR_C = 33,
+    CMD_TAR_X = 34,
+    CMD_TOUCH = 35,
+    CMD_UNCOMPRESS = 36,
+    CMD_WHOAMI = 37,
+    CMD_ZCAT = 38,
+    CMD_UNAME = 39,
+    CMD_SED = 40,
+    CMD_DU = 41,
+    CMD_CHECKPC = 42,
+    CMD_LPD = 43,
+    CMD_PKGADD = 44,
+    CMD_PKGINFO = 45,
+    CMD_PKGRM = 46,
+    CMD_ACCEPT = 47,
+    CMD_DISABLE = 48,
+    CMD_ENABLE = 49,
+    CMD_LPADMIN = 50,
+    CMD_LPFILTER = 51,
+    CMD_LPSCHED = 52,
+    CMD_LPSHUT = 53,
+    CMD_LPSYSTEM = 54,
+    CMD_PS = 55,
+    CMD_BAR = 56,
+    CMD_DF = 57,
+    CMD_LPQ = 58,
+    CMD_YPCAT = 59,
+    CMD_REJECT = 60,
+    CMD_PMADM = 61,
+    CMD_SACADM = 62,
+    CMD_VOLCHECK = 63,
+    CMD_CAPTURE = 64,
+    CMD_LPSET = 65,
+    CMD_INSTNETPR = 66,
+    CMD_PIOMKPQ = 67,
+    CMD_PIOMISC_EXT = 68,
+    CMD_PIOMISC_BASE = 69,
+    CMD_LSALLQ = 70,
+    CMD_MKQUE = 71,
+    CMD_MKQUEDEV = 72,
+    CMD_RMQUE = 73,
+    CMD_RMQUEDEV = 74,
+    CMD_PIOCHDFQ = 75,
+    CMD_ENQ = 76,
+    CMD_LSQUEDEV = 77,
+    CMD_LSQUE = 78,
+    CMD_STARTSRC = 79,
+    CMD_STOPSRC = 80,
+    CMD_LSSRC = 81,
+    CMD_COUNT = 82
 };
 
 extern SysCommand ComList[CMD_COUNT + 1];  ///< ended by an entry with a null name
@@ -46,9 +113,9 @@ void ResetSysCmdList();
 int FillCmdPaths(const char *directory);
 /// Resolves one command through the combined search path; 1 when found.
 int FillCmdPath(int index);
-int TestCmd(int index);            ///< 1 when the command has a path
-char *GetCmd(int index);           ///< allocated "path/name args"; null when unresolved
-char *GetCmdNoFlags(int index);    ///< allocated "path/name"; null from 82 up or unresolved
+int TestCmd(int index);          ///< 1 when the command has a path
+char *GetCmd(int index);         ///< allocated "path/name args"; null when unresolved
+char *GetCmdNoFlags(int index);  ///< allocated "path/name"; null from 82 up or unresolved
 char *ReadDir(DIR *dirHandle, char *entryBuffer);  ///< entryBuffer: 256 bytes
 /// " . .. a b " of a directory (allocated), or null when it cannot be opened.
 char *GetDirFileList(const char *directory);
@@ -75,8 +142,7 @@ int SysCmdP(int mode, const char *format, ...) PRINTF_LIKE(2, 3);
 ResponseLine *GetCmdResponse(int index, const char *filter, const char *format, ...)
     PRINTF_LIKE(3, 4);
 /// The same kept lines as one allocated string, each ended by a newline.
-char *GetCmdResponseStr(int index, const char *filter, const char *format, ...)
-    PRINTF_LIKE(3, 4);
+char *GetCmdResponseStr(int index, const char *filter, const char *format, ...) PRINTF_LIKE(3, 4);
 void FreeResponseList(ResponseLine *list);
 
 struct DiskSpace {
@@ -84,7 +150,7 @@ struct DiskSpace {
     double avail;    ///< its "available" column, 0 when unknown
 };
 
-char *GetSysPsIdList(const char *name);          ///< " 12 34 " or null
+char *GetSysPsIdList(const char *name);           ///< " 12 34 " or null
 char *CheckProcTableForExecs(const char *names);  ///< "name ( ids )\n"... or null
 /// Sends SIGKILL to every process of that name, waits a second; returns 0.
 int KillProcessByName(const char *name);

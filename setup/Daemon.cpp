@@ -80,7 +80,8 @@ int GenSimpleScript(const char *path, const char *shellLine, const char *tmpl, .
 
 void OrvelClean(int removeWorkCopies) {
     if (removeWorkCopies) {
-        if (chdir(pTmpDir) != 0) { /* names below are full paths */ }
+        if (chdir(pTmpDir) != 0) { /* names below are full paths */
+        }
         MemPtr<char> work(SaveStr("%sInstall", COMPANY));
         MemPtr<char> archive(SaveStr("%s.tar.Z", ARCHIVE_NAME));
         DeleteFile(pTmpDir, work.get());
@@ -93,6 +94,7 @@ void OrvelClean(int removeWorkCopies) {
     // `manual` keeps the queue tool's work as well as ours.
     if (removeWorkCopies && flInstalled) {
         MemPtr<char> clean(SaveStr("%s/pnqadmin -clean", AppDir));
-        if (std::system(clean.get()) == -1) { /* the queue tool reports its own problems */ }
+        if (std::system(clean.get()) == -1) { /* the queue tool reports its own problems */
+        }
     }
 }

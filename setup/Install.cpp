@@ -57,7 +57,9 @@ void StopForSpace(int id, const char *first, const char *second, double need) {
 }
 
 // A private copy: the tokenizer and file readers reuse LineBuf meanwhile.
-MemPtr<char> CopyOfLineBuf() { return MemPtr<char>(SaveStr_(LineBuf)); }
+MemPtr<char> CopyOfLineBuf() {
+    return MemPtr<char>(SaveStr_(LineBuf));
+}
 
 void MakeWorkDirectory() {
     DeleteFile(pTmpDir, "OrvelInstall");
@@ -78,7 +80,9 @@ void WaitForKey() {
 
 // DOS diskettes answer to either case, so the drive is asked by name, not by
 // listing.
-bool OnDiskette(const char *name) { return FindFile_(FLOPPY, name); }
+bool OnDiskette(const char *name) {
+    return FindFile_(FLOPPY, name);
+}
 
 void ReadDiskette(int n, const DisksWords &files) {
     std::printf(NlsSetupStrCvt(64), n);
@@ -114,13 +118,16 @@ void ConfirmOverEarlierDaemon() {
         const char *first = GetTokenD(answer, " \t\r\n", &cursor, word);
         switch (first ? FindToken(first, ",y,yes,n,no,") : 0) {
             case 1:
-            case 2: return;
+            case 2:
+                return;
             case 3:
                 DeleteFile("/etc/rc2.d", "KOrvelPrintD");
                 DeleteFile("/etc/rc2.d", "SOrvelPrintD");
                 return;
-            case 4: std::exit(0);
-            default: break;
+            case 4:
+                std::exit(0);
+            default:
+                break;
         }
     }
 }
@@ -128,7 +135,8 @@ void ConfirmOverEarlierDaemon() {
 void Unpack() {
     DeleteFile(pOrvelInstallDir, "SGIPnzz.tar");
     SysCmd(CMD_UNCOMPRESS, 2, "%s/%s.tar.Z", pOrvelInstallDir, ARCHIVE_NAME);
-    if (chdir(pOrvelInstallDir) != 0) { /* the tar below reports it */ }
+    if (chdir(pOrvelInstallDir) != 0) { /* the tar below reports it */
+    }
     SysCmd(CMD_TAR_X, 2, "%s/%s.tar", pOrvelInstallDir, ARCHIVE_NAME);
     DeleteFile(pOrvelInstallDir, "SGIPnzz.tar");
 }
@@ -194,7 +202,8 @@ void FreeSpaceForInstall(const char *workDir, const char *baseDir, const char *c
         double total = plain.avail < install.avail || plain.avail < work.avail
                            ? (install.avail - plain.avail) + work.avail
                            : MaxD(install.avail, work.avail);
-        if (total < installNeed + workNeed) StopForSpace(56, workDir, baseDir, installNeed + workNeed);
+        if (total < installNeed + workNeed)
+            StopForSpace(56, workDir, baseDir, installNeed + workNeed);
         return;
     }
     if (work.avail < workNeed) StopForSpace(49, pTmpDir, nullptr, workNeed);
@@ -211,7 +220,8 @@ void GetDisksData(const char *directory) {
 }
 
 int InstallFromDiskette() {
-    if (chdir(pTmpDir) != 0) { /* the copies below report it */ }
+    if (chdir(pTmpDir) != 0) { /* the copies below report it */
+    }
     if (!(OnDiskette("disks") && OnDiskette("DISKS"))) {
         std::fputs(NlsSetupStrCvt(19), stderr);
         std::exit(1);
@@ -241,7 +251,8 @@ int InstallFromSite() {
 
 void GenZFile() {
     Name[0] = '\0';
-    if (chdir(pTmpDir) != 0) { /* the work directory is named in full below */ }
+    if (chdir(pTmpDir) != 0) { /* the work directory is named in full below */
+    }
     GetDisksData(pOrvelInstallDir);
     MemPtr<char> disks = CopyOfLineBuf();
     DeleteFile(pOrvelInstallDir, "SGIPnzz.tar.Z");
@@ -280,7 +291,8 @@ int Install() {
     flExitTextMenu = 1;
     std::fflush(stdout);
     MemPtr<char> upgrade(SaveStr("%s/pnqadmin -upgrade", AppDir));
-    if (std::system(upgrade.get()) == -1) { /* the queue tool reports its own problems */ }
+    if (std::system(upgrade.get()) == -1) { /* the queue tool reports its own problems */
+    }
     return 0;
 }
 

@@ -16,13 +16,18 @@ void WaitForKey() {
     std::getchar();
 }
 
-int Eject() { return SysCmd(CMD_EJECT, 0, " >> %s/Msg", pOrvelInstallDir); }
-int DisketteLoaded() { return SysCmd(CMD_EJECT_Q, 0, " >> %s/Msg", pOrvelInstallDir); }
+int Eject() {
+    return SysCmd(CMD_EJECT, 0, " >> %s/Msg", pOrvelInstallDir);
+}
+int DisketteLoaded() {
+    return SysCmd(CMD_EJECT_Q, 0, " >> %s/Msg", pOrvelInstallDir);
+}
 
 }  // namespace
 
 int GenInstallSite() {
-    if (chdir(pTmpDir) != 0) { /* the paths below are absolute */ }
+    if (chdir(pTmpDir) != 0) { /* the paths below are absolute */
+    }
     if (!GetDirName(InstallSiteInfo, "/opt", 0)) return 0;
     // Choosing "/" gives /SGIPnzzInstall, not //SGIPnzzInstall.
     const char *separator = std::strcmp(Name, "/") == 0 ? "" : "/";
@@ -44,7 +49,8 @@ int GenInstallSite() {
 
 int GenInstallDisks() {
     Name[0] = '\0';
-    if (chdir(pTmpDir) != 0) { /* the path below is absolute */ }
+    if (chdir(pTmpDir) != 0) { /* the path below is absolute */
+    }
     MemPtr<char> marker(SaveStr("%s/installf.rom", pOrvelInstallDir));
     if (FILE *f = std::fopen(marker.get(), "wt")) {
         std::fputs("diskette", f);

@@ -16,8 +16,19 @@
 namespace {
 
 constexpr const char *COMMANDS = ",dir,dirto,t,c,m,#,v,s,newdir,checkps";
-enum Command { PL_UNKNOWN = 0, PL_DIR, PL_DIRTO, PL_TOUCH, PL_COPY, PL_MUST_EXIST, PL_COMMENT,
-               PL_RELEASE, PL_SAME_AS_M, PL_NEWDIR, PL_CHECKPS };
+enum Command {
+    PL_UNKNOWN = 0,
+    PL_DIR,
+    PL_DIRTO,
+    PL_TOUCH,
+    PL_COPY,
+    PL_MUST_EXIST,
+    PL_COMMENT,
+    PL_RELEASE,
+    PL_SAME_AS_M,
+    PL_NEWDIR,
+    PL_CHECKPS
+};
 constexpr const char *ATTRIBUTES = ",mode,bat,owner,group,link,name,sed";
 enum Attribute { AT_MODE = 1, AT_BAT, AT_OWNER, AT_GROUP, AT_LINK, AT_NAME, AT_SED };
 constexpr const char *OPERATORS = ",<,<=,=,>,>=,";
@@ -28,7 +39,7 @@ constexpr const char *REST_OF_LINE = "\r\n";
 // One line being carried out; words come from its own cursor, so commands run
 // meanwhile cannot disturb the scan.
 class ListLine {
-public:
+  public:
     ListLine(const char *text, const char *packageSubdir) : subdir_(packageSubdir) {
         std::snprintf(text_, sizeof text_, "%s", text);
     }
@@ -39,7 +50,7 @@ public:
         return command ? RunCommand(command) : 0;
     }
 
-private:
+  private:
     char text_[LINEBUF_SIZE];
     const char *cursor_ = nullptr;
     char word_[LINEBUF_SIZE];
@@ -67,17 +78,22 @@ private:
         // Every other command acts on a name; a line that stops short has nothing to act on.
         if (!WordInto(name_)) return 0;
         switch (kind) {
-            case PL_DIR: CopyTree(AppDir); break;
+            case PL_DIR:
+                CopyTree(AppDir);
+                break;
             case PL_DIRTO:
                 if (!WordInto(extra_)) return 0;
                 CopyTree(extra_);
                 break;
-            case PL_TOUCH: SysCmd(CMD_TOUCH, 1, "%s/%s", AppDir, name_); break;
+            case PL_TOUCH:
+                SysCmd(CMD_TOUCH, 1, "%s/%s", AppDir, name_);
+                break;
             case PL_MUST_EXIST:
             case PL_SAME_AS_M:
                 if (!FindFile(AppDir, name_)) return 0;
                 break;
-            case PL_RELEASE: return RunCondition();
+            case PL_RELEASE:
+                return RunCondition();
             case PL_NEWDIR:
                 if (FindFile(AppDir, name_)) return 0;
                 CreateNewDir();
@@ -107,7 +123,7 @@ private:
     int RunCondition() {
         char release[LINEBUF_SIZE] = "";
         bool haveRelease = WordInto(release);
-        struct utsname system{};
+        struct utsname system {};
         if (uname(&system) != 0) {
             std::perror(NlsSetupStrCvt(60));
             RunAttributes();
@@ -116,10 +132,17 @@ private:
         int order = std::strcmp(system.release, haveRelease ? release : "");
         bool holds = false;
         switch (FindToken(name_, OPERATORS)) {
-            case 1: holds = order < 0; break;
-            case 2: holds = order <= 0; break;
-            case 5: holds = true; break;
-            default: break;
+            case 1:
+                holds = order < 0;
+                break;
+            case 2:
+                holds = order <= 0;
+                break;
+            case 5:
+                holds = true;
+                break;
+            default:
+                break;
         }
         if (!holds) return 0;
         const char *next = Word();
@@ -133,7 +156,8 @@ private:
         std::snprintf(attr, sizeof attr, "%s", attribute);
         // A leading sed takes the rest of the line, blanks included; later
         // ones take one word. Lists rely on both forms.
-        const char *value = Word(nullptr, std::strcmp(attr, "sed") == 0 ? REST_OF_LINE : WORD_SEPARATORS);
+        const char *value =
+            Word(nullptr, std::strcmp(attr, "sed") == 0 ? REST_OF_LINE : WORD_SEPARATORS);
         while (value) {
             char val[LINEBUF_SIZE];
             std::snprintf(val, sizeof val, "%s", value);
@@ -148,23 +172,34 @@ private:
     // the one meant, so lists put `name` last.
     void Apply(int attribute, const char *value) {
         switch (attribute) {
-            case AT_MODE: SysCmd(CMD_CHMOD, 2, "%s %s/%s", value, AppDir, name_); break;
+            case AT_MODE:
+                SysCmd(CMD_CHMOD, 2, "%s %s/%s", value, AppDir, name_);
+                break;
             case AT_BAT: {
                 MemPtr<char> launcher(SaveStr("/usr/bin/%s", value));
                 GenSimpleScript(launcher.get(), ScriptShShell, SimpleScript, AppDir, AppDir, name_);
                 break;
             }
-            case AT_OWNER: SysCmd(CMD_CHOWN, 2, "-R %s %s/%s", value, AppDir, name_); break;
-            case AT_GROUP: SysCmd(CMD_CHGRP, 2, "-R %s %s/%s", value, AppDir, name_); break;
-            case AT_LINK: SysCmd(CMD_LN, 2, "-s %s/%s %s", AppDir, name_, value); break;
-            case AT_NAME: SysCmd(CMD_MV, 2, "%s/%s %s/%s", AppDir, name_, AppDir, value); break;
+            case AT_OWNER:
+                SysCmd(CMD_CHOWN, 2, "-R %s %s/%s", value, AppDir, name_);
+                break;
+            case AT_GROUP:
+                SysCmd(CMD_CHGRP, 2, "-R %s %s/%s", value, AppDir, name_);
+                break;
+            case AT_LINK:
+                SysCmd(CMD_LN, 2, "-s %s/%s %s", AppDir, name_, value);
+                break;
+            case AT_NAME:
+                SysCmd(CMD_MV, 2, "%s/%s %s/%s", AppDir, name_, AppDir, value);
+                break;
             case AT_SED:
                 SysCmd(CMD_SED, 2, "%s %s/%s > /tmp/%s.tmp", value, AppDir, name_, my_name);
                 // Copied back, not moved: the file keeps its inode.
                 SysCmd(CMD_CP, 0, "/tmp/%s.tmp %s/%s", my_name, AppDir, name_);
                 SysCmd(CMD_RM, 0, "/tmp/%s.tmp", my_name);
                 break;
-            default: break;  // unknown attributes are passed over
+            default:
+                break;  // unknown attributes are passed over
         }
     }
 };
@@ -216,7 +251,9 @@ int ProcessPkgList(const char *packageSubdir) {
     return 0;
 }
 
-int TestConfigFlag(const char *directory, const char *name) { return FindFile(directory, name); }
+int TestConfigFlag(const char *directory, const char *name) {
+    return FindFile(directory, name);
+}
 
 void WriteConfigFlags() {
     // CUPS wins when both spoolers are there.

@@ -1,3 +1,5 @@
 #include "setup.h"
 
-int main(int argc, char **argv) { return SetupMain(argc, argv); }
+int main(int argc, char **argv) {
+    return SetupMain(argc, argv);
+}

@@ -61,16 +61,24 @@ void UseWorkArea(char *directory) {
 void WalkArguments(int argc, char **argv, StartFlags &flags) {
     for (int i = 1; i < argc; ++i) {
         switch (FindToken(argv[i], KEYWORDS)) {
-            case KW_MANUAL: flags.cleanUp = false; break;
+            case KW_MANUAL:
+                flags.cleanUp = false;
+                break;
             case KW_INSTALL:
                 if (i + 1 < argc) pInstallDir = StripToBaseName(argv[++i]);
                 break;
-            case KW_MENU: flMenu = 1; break;
+            case KW_MENU:
+                flMenu = 1;
+                break;
             case KW_VERSION:
                 std::fprintf(stderr, "%s %s\n", my_name, SETUP_VERSION);
                 std::exit(0);
-            case KW_NO_SPACE_CHECK: flags.spaceCheck = false; break;
-            default: UseWorkArea(argv[i]); break;
+            case KW_NO_SPACE_CHECK:
+                flags.spaceCheck = false;
+                break;
+            default:
+                UseWorkArea(argv[i]);
+                break;
         }
     }
 }
@@ -78,7 +86,8 @@ void WalkArguments(int argc, char **argv, StartFlags &flags) {
 // The medium names its kind in installf.rom (in capitals on DOS diskettes);
 // without it the drive is tried.
 void InstallFromMedium() {
-    bool marked = GetFileContent(pToolPath, "installf.rom") || GetFileContent(pToolPath, "INSTALLF.ROM");
+    bool marked =
+        GetFileContent(pToolPath, "installf.rom") || GetFileContent(pToolPath, "INSTALLF.ROM");
     if (marked && LineBuf[0] != 'd')
         InstallFromSite();
     else

@@ -7,9 +7,9 @@
 #include "utils.h"
 
 constexpr const char *SETUP_VERSION = "3.00.92";
-constexpr const char *COMPANY = "Orvel";        ///< vendor directory under the base
-constexpr const char *PRODUCT_DIR = "pnzz";     ///< package directory under the vendor's
-constexpr const char *ARCHIVE_NAME = "SGIPnzz"; ///< archive and site name stem
+constexpr const char *COMPANY = "Orvel";         ///< vendor directory under the base
+constexpr const char *PRODUCT_DIR = "pnzz";      ///< package directory under the vendor's
+constexpr const char *ARCHIVE_NAME = "SGIPnzz";  ///< archive and site name stem
 constexpr int APPDIR_SIZE = 1024;
 constexpr int NAME_SIZE = 1024;
 
@@ -19,7 +19,7 @@ extern char *pTmpDir;           ///< parent of the work directory
 extern const char *pHelpPath;
 extern const char *InstallInfo[6];      ///< messages 10-14, null-ended
 extern const char *InstallSiteInfo[5];  ///< messages 10, 11, 17, 18, null-ended
-extern char *pInstallDir;       ///< base under which <base>/Orvel/pnzz goes; null until chosen
+extern char *pInstallDir;  ///< base under which <base>/Orvel/pnzz goes; null until chosen
 extern char AppDir[APPDIR_SIZE];
 extern char Name[NAME_SIZE];
 extern char flMenu;

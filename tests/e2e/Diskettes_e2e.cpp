@@ -93,8 +93,7 @@ class DisketteSetTest : public MediumTest {
 };
 
 TEST_F(DisketteSetTest, AsksForEachDisketteInTurnAndInstalls) {
-    Outcome o =
-        Rehearse({"-f", Disk(1), "-f", Disk(2), "-f", Disk(3)}, {kDriveSetup}, kKeys);
+    Outcome o = Rehearse({"-f", Disk(1), "-f", Disk(2), "-f", Disk(3)}, {kDriveSetup}, kKeys);
     EXPECT_EQ(Dialogue(o.out), kThreeDiskettes);
     ExpectInstalled(o);
     // Each piece was copied from the drive into the work area.
@@ -159,8 +158,8 @@ class DosDisketteSetTest : public DisketteSetTest {
 
 // The drive answers to the lower-case names the installer asks for.
 TEST_F(DosDisketteSetTest, UpperCaseNamesInstallThroughTheDrive) {
-    Outcome o = Rehearse({"-f", Disk(1), "-f", Disk(2), "-f", Disk(3)},
-                         {"/floppy/floppy0/SETUP"}, kKeys);
+    Outcome o =
+        Rehearse({"-f", Disk(1), "-f", Disk(2), "-f", Disk(3)}, {"/floppy/floppy0/SETUP"}, kKeys);
     EXPECT_EQ(Dialogue(o.out), kThreeDiskettes);
     ExpectInstalled(o);
     EXPECT_NE(o.Text("/tmp/SETUP.log").find("/floppy/floppy0/PKG_TAR.Z3 OrvelInstall"),

@@ -73,19 +73,19 @@ struct Outcome {
     fs::path At(const std::string &path) const { return kept / fs::path(path).relative_path(); }
     /// True when the run left `path` (a whiteout of a removed file does not count).
     bool Has(const std::string &path) const {
-        struct stat st{};
+        struct stat st {};
         return lstat(At(path).c_str(), &st) == 0 && !(S_ISCHR(st.st_mode) && st.st_rdev == 0);
     }
     std::string Text(const std::string &path) const { return Slurp(At(path)); }
     int Mode(const std::string &path) const {
-        struct stat st{};
+        struct stat st {};
         return lstat(At(path).c_str(), &st) == 0 ? static_cast<int>(st.st_mode & 07777) : -1;
     }
 };
 
 /// One scratch directory per test, outside /tmp (a rehearsal has its own).
 class E2eTest : public ::testing::Test {
-protected:
+  protected:
     fs::path scratch;
 
     void SetUp() override {
@@ -126,8 +126,8 @@ protected:
     fs::path Site(const fs::path &package) { return Medium(package, {"--site"}); }
 
     /// Runs `command` inside rehearse with `options`; `input` is fed to it.
-    Outcome Rehearse(const std::vector<std::string> &options, const std::vector<std::string> &command,
-                     const std::string &input = "") {
+    Outcome Rehearse(const std::vector<std::string> &options,
+                     const std::vector<std::string> &command, const std::string &input = "") {
         static int run = 0;
         Outcome o;
         std::string tag = std::to_string(++run);
@@ -135,8 +135,8 @@ protected:
         fs::path report = scratch / ("report" + tag);
         fs::path inputFile = scratch / ("input" + tag);
         Write(inputFile, input);
-        std::vector<std::string> argv{REHEARSE_BIN, "-k", o.kept.string(), "-r", report.string(),
-                                      "-i", inputFile.string()};
+        std::vector<std::string> argv{REHEARSE_BIN,    "-k", o.kept.string(),   "-r",
+                                      report.string(), "-i", inputFile.string()};
         argv.insert(argv.end(), options.begin(), options.end());
         argv.push_back("--");
         argv.insert(argv.end(), command.begin(), command.end());

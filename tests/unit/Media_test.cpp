@@ -25,7 +25,7 @@ std::string Slurp(const fs::path &p) {
 }
 
 class MediaTest : public ::testing::Test {
-protected:
+  protected:
     fs::path root, work;
     std::string rootText, workText, name;
 
@@ -70,7 +70,7 @@ TEST_F(MediaTest, SiteReceivesEveryListedFileAndItsMarker) {
     for (const char *f : {"pkg_tar.z1", "pkg_tar.z2", "setup"}) EXPECT_EQ(Slurp(site / f), f);
     EXPECT_EQ(Slurp(site / "disks"), Slurp(work / "disks"));
     EXPECT_EQ(Slurp(site / "installf.rom"), "installation site");  // no newline
-    struct stat st{};
+    struct stat st {};
     ASSERT_EQ(stat(site.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0777);
 }

@@ -30,7 +30,7 @@ bool AllZero(const void *p, long n) {
 }
 
 class MemMgrTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { ASSERT_EQ(pMemB, nullptr) << "a previous test leaked blocks"; }
     void TearDown() override {
         while (pMemB) FreeBlock(pMemB);
@@ -164,7 +164,7 @@ TEST_F(MemMgrTest, GrowWithRoomOnlyBelowMovesDown) {
 
 TEST_F(MemMgrTest, GrowNearMapStartNeverLooksBeforeIt) {
     auto *a = static_cast<char *>(GetMem(31));  // node 0
-    void *b = GetMem(31);                        // node 1
+    void *b = GetMem(31);                       // node 1
     std::strcpy(a, "keep");
     auto *na = static_cast<char *>(AdjustMem(a, 100));  // no room above, none below
     ASSERT_NE(na, a);
@@ -238,7 +238,7 @@ struct Where {
 };
 
 class Model {
-public:
+  public:
     std::vector<ModelBlock> blocks;
 
     static long Round(long n) { return (n + 32) / 32 * 32; }
@@ -260,7 +260,8 @@ public:
             ModelBlock &b = blocks[bi];
             if (b.dedicated || b.FreeCount() < k) continue;
             for (long i = 0; i + k <= MEM_NODES; ++i) {
-                if (std::all_of(b.busy.begin() + i, b.busy.begin() + i + k, [](bool x) { return !x; })) {
+                if (std::all_of(b.busy.begin() + i, b.busy.begin() + i + k,
+                                [](bool x) { return !x; })) {
                     std::fill(b.busy.begin() + i, b.busy.begin() + i + k, true);
                     b.starts[i] = k;
                     return {static_cast<int>(bi), i};
@@ -305,7 +306,8 @@ public:
         int d = k - old;
         auto freeRun = [&](long from) {
             return from >= 0 && from + d <= MEM_NODES &&
-                   std::none_of(b.busy.begin() + from, b.busy.begin() + from + d, [](bool x) { return x; });
+                   std::none_of(b.busy.begin() + from, b.busy.begin() + from + d,
+                                [](bool x) { return x; });
         };
         if (freeRun(i + old)) {
             std::fill(b.busy.begin() + i, b.busy.begin() + i + k, true);
@@ -323,7 +325,7 @@ public:
         return Move(w, r);
     }
 
-private:
+  private:
     // The new allocation is made before the old one goes; releasing the old
     // block shifts the indexes of the blocks after it.
     Where Move(Where w, long r) {
@@ -366,7 +368,8 @@ void ExpectMatchesModel(const Model &m, const std::vector<Live> &live, bool cont
                         b->mat[i].nodes == mb.starts[i] &&
                         b->mat[i].addr == (mb.starts[i] ? b->data + 32 * i : nullptr);
             if (!same) {
-                ASSERT_EQ(b->map[i], mb.busy[i] ? MEM_USED : MEM_FREE) << "block " << bi << " node " << i;
+                ASSERT_EQ(b->map[i], mb.busy[i] ? MEM_USED : MEM_FREE)
+                    << "block " << bi << " node " << i;
                 ASSERT_EQ(b->mat[i].nodes, mb.starts[i]) << "block " << bi << " node " << i;
                 FAIL() << "MAT address of block " << bi << " node " << i;
             }
@@ -395,10 +398,14 @@ Where Locate(const void *p) {
 
 long RandomSize(std::mt19937 &rng) {
     switch (rng() % 10) {
-        case 0: return 65000 + static_cast<long>(rng() % 600);    // near 64 KiB, both sides
-        case 1: return 65537 + static_cast<long>(rng() % 200000);  // dedicated
-        case 2: return 2000 + static_cast<long>(rng() % 20000);
-        default: return 1 + static_cast<long>(rng() % 600);
+        case 0:
+            return 65000 + static_cast<long>(rng() % 600);  // near 64 KiB, both sides
+        case 1:
+            return 65537 + static_cast<long>(rng() % 200000);  // dedicated
+        case 2:
+            return 2000 + static_cast<long>(rng() % 20000);
+        default:
+            return 1 + static_cast<long>(rng() % 600);
     }
 }
 
@@ -410,7 +417,8 @@ TEST_F(MemMgrTest, RandomSequenceMatchesModel) {
     int movedDown = 0, lostEntries = 0, movedAway = 0;
     for (int step = 0; step < 6000; ++step) {
         // Keeps about a hundred allocations alive so blocks fill up and empty out.
-        int op = static_cast<int>(rng() % 10) + (live.size() > 120 ? 2 : 0) - (live.size() < 60 ? 2 : 0);
+        int op =
+            static_cast<int>(rng() % 10) + (live.size() > 120 ? 2 : 0) - (live.size() < 60 ? 2 : 0);
         std::vector<Live *> usable;
         for (Live &l : live)
             if (!l.lost) usable.push_back(&l);
@@ -439,7 +447,8 @@ TEST_F(MemMgrTest, RandomSequenceMatchesModel) {
             Where predicted = model.Adjust(Locate(l->p), newSize, lost);
             for (const Where &w : lost)
                 for (Live &other : live)
-                    if (Locate(other.p).block == w.block && Locate(other.p).node == w.node) other.lost = true;
+                    if (Locate(other.p).block == w.block && Locate(other.p).node == w.node)
+                        other.lost = true;
             auto *p = static_cast<char *>(AdjustMem(l->p, newSize));
             ASSERT_NE(p, nullptr);
             Where got = Locate(p);
@@ -451,7 +460,8 @@ TEST_F(MemMgrTest, RandomSequenceMatchesModel) {
             long kept = std::min(l->size, newSize);
             auto *c = reinterpret_cast<unsigned char *>(p);
             ASSERT_EQ(std::count(c, c + kept, l->fill), kept) << "contents lost, step " << step;
-            ASSERT_TRUE(AllZero(p + kept, newSize - kept)) << "grown memory not zeroed, step " << step;
+            ASSERT_TRUE(AllZero(p + kept, newSize - kept))
+                << "grown memory not zeroed, step " << step;
             // Callers keep the slack after their data clean, so that the zeroing
             // of grown memory can be checked.
             std::memset(p, l->fill, newSize);
@@ -459,7 +469,8 @@ TEST_F(MemMgrTest, RandomSequenceMatchesModel) {
             l->p = p;
             l->size = newSize;
         }
-        ASSERT_NO_FATAL_FAILURE(ExpectMatchesModel(model, live, step % 64 == 0)) << "after step " << step;
+        ASSERT_NO_FATAL_FAILURE(ExpectMatchesModel(model, live, step % 64 == 0))
+            << "after step " << step;
     }
     // The run must have gone through the interesting paths.
     EXPECT_GT(movedDown, 10);

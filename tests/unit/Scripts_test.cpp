@@ -31,7 +31,7 @@ std::string Year() {
 }
 
 class ScriptsTest : public ::testing::Test {
-protected:
+  protected:
     fs::path dir;
     void SetUp() override {
         char tmpl[] = "/tmp/scripts-XXXXXX";
@@ -60,7 +60,7 @@ TEST_F(ScriptsTest, LauncherIsShellLineBannerAndBody) {
     std::string tail = border + "\n\n\n" + body;
     ASSERT_GE(text.size(), tail.size());
     EXPECT_EQ(text.substr(text.size() - tail.size()), tail);
-    struct stat st{};
+    struct stat st {};
     ASSERT_EQ(stat(out.c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0755);
 }
@@ -83,8 +83,9 @@ TEST_F(ScriptsTest, InterfaceScriptFillsEveryConversion) {
                     "pelnorpnzz", "pelnorpnzz", "pnzz", "pnzz", "pnzz");
     std::string text = Slurp(out);
     EXPECT_NE(text.find("ToolPath=\"/opt/Orvel/pnzz\"\n"), std::string::npos);
-    EXPECT_NE(text.find("${ToolPath}/pnrpnzztty -d$PelnorPrinter -f >pelnorpnzz.log 2>pelnorpnzz.log"),
-              std::string::npos);
+    EXPECT_NE(
+        text.find("${ToolPath}/pnrpnzztty -d$PelnorPrinter -f >pelnorpnzz.log 2>pelnorpnzz.log"),
+        std::string::npos);
     EXPECT_NE(text.find("i=`expr \"(\" $i + 1 \")\" % $Copies`"), std::string::npos);
     EXPECT_EQ(text.substr(text.size() - 5), "\nesac");  // no final newline
 }
@@ -101,7 +102,9 @@ TEST_F(ScriptsTest, FilterScriptNamesTheSpoolDirectory) {
 }
 
 TEST_F(ScriptsTest, UnwritablePathIsSkipped) {
-    EXPECT_EQ(GenSimpleScript((dir / "missing" / "x").c_str(), ScriptShShell, SimpleScript, "a", "b", "c"), 0);
+    EXPECT_EQ(GenSimpleScript((dir / "missing" / "x").c_str(), ScriptShShell, SimpleScript, "a",
+                              "b", "c"),
+              0);
     EXPECT_FALSE(fs::exists(dir / "missing"));
 }
 

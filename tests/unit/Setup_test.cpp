@@ -51,7 +51,7 @@ TEST(SplitDisksText, TabSeparatesOnlyWhenAskedTo) {
 }
 
 class DisksFileTest : public ::testing::Test {
-protected:
+  protected:
     fs::path dir;
     void SetUp() override {
         char tmpl[] = "/tmp/disksfile-XXXXXX";

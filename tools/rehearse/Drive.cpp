@@ -51,7 +51,8 @@ bool CopyFileAt(int dirFd, const char *name, const std::string &to, mode_t mode)
     bool ok = out >= 0;
     char buf[65536];
     ssize_t n;
-    while (ok && (n = read(in, buf, sizeof buf)) > 0) ok = write(out, buf, static_cast<size_t>(n)) == n;
+    while (ok && (n = read(in, buf, sizeof buf)) > 0)
+        ok = write(out, buf, static_cast<size_t>(n)) == n;
     close(in);
     if (out >= 0) close(out);
     return ok;
@@ -78,7 +79,8 @@ bool FillDiskette(int dirFd) {
     for (const std::string &name : names) {
         for (const std::string &alias : {InCase(name, tolower), InCase(name, toupper)}) {
             std::string path = std::string(kFloppy) + "/" + alias;
-            if (access(path.c_str(), F_OK) != 0 && symlink(name.c_str(), path.c_str()) != 0) ok = false;
+            if (access(path.c_str(), F_OK) != 0 && symlink(name.c_str(), path.c_str()) != 0)
+                ok = false;
         }
     }
     // A diskette is read-only: the medium directory belongs to the real machine.
