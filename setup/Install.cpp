@@ -273,7 +273,8 @@ int Install() {
         flExitTextMenu = 1;
         return 0;
     }
-    if (FindFile(AppDir, "PelnorD") || FindFile(AppDir, "PelnorDStop")) ConfirmOverEarlierDaemon();
+    if (TestConfigFlag(AppDir, "PelnorD") || TestConfigFlag(AppDir, "PelnorDStop"))
+        ConfirmOverEarlierDaemon();
     StopDemon();
     GenZFile();
     Unpack();

@@ -251,8 +251,10 @@ int ProcessPkgList(const char *packageSubdir) {
     return 0;
 }
 
+// Before Install has named the package directory there is nothing to test;
+// an empty name would otherwise make FindFile look in the current directory.
 int TestConfigFlag(const char *directory, const char *name) {
-    return FindFile(directory, name);
+    return directory && *directory ? FindFile(directory, name) : 0;
 }
 
 void WriteConfigFlags() {

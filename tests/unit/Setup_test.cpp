@@ -77,4 +77,14 @@ TEST_F(DisksFileTest, MissingFileEndsTheRun) {
                 "^ERROR: can't open file, OrvelInstall/disks\n$");
 }
 
+TEST_F(DisksFileTest, MarkerIsLookedForOnlyInANamedPackageDirectory) {
+    std::ofstream(dir / ".StandAlone") << "";
+    fs::path saved = fs::current_path();
+    fs::current_path(dir);
+    EXPECT_EQ(TestConfigFlag("", ".StandAlone"), 0);  // no package directory yet
+    EXPECT_EQ(TestConfigFlag(dir.c_str(), ".StandAlone"), 1);
+    EXPECT_EQ(TestConfigFlag(dir.c_str(), ".StandAloneDb"), 0);
+    fs::current_path(saved);
+}
+
 }  // namespace
