@@ -297,10 +297,18 @@ TEST_F(SiteInstallTest, EarlierLauncherChoosesTheBase) {
 }
 
 TEST_F(SiteInstallTest, NonRootUserIsToldToBecomeRootInItsLanguage) {
-    std::string site = SmallSite();
-    // The sandbox's user must reach the program and the site.
-    fs::permissions(scratch, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                                 fs::perms::others_read | fs::perms::others_exec);
+    // The sandbox's user must reach the program and the site, wherever the
+    // build tree lies: the site is copied to a directory anyone can enter.
+    std::string tmpl = "/var/tmp/setup-e2e-XXXXXX";
+    fs::path shared = mkdtemp(tmpl.data());
+    fs::permissions(shared, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                                fs::perms::others_read | fs::perms::others_exec);
+    fs::copy(SmallSite(), shared / "site", fs::copy_options::recursive);
+    std::string site = (shared / "site").string();
+    struct RemoveOnExit {
+        fs::path dir;
+        ~RemoveOnExit() { fs::remove_all(dir); }
+    } cleanup{shared};
     const std::string english = "nobody is logged in\nYou must become root to run setup\n";
     const std::pair<std::vector<std::string>, std::string> cases[] = {
         {{"--unset", "LANG"}, english},
