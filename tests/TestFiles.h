@@ -1,0 +1,50 @@
+// Files for tests: whole-file read and write, and a temporary directory that
+// goes away with its owner.
+#pragma once
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace testfiles {
+
+namespace fs = std::filesystem;
+
+inline std::string Slurp(const fs::path &p) {
+    std::ifstream in(p, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+/// Writes `text` to `p`, making its parent directories.
+inline void Write(const fs::path &p, const std::string &text) {
+    fs::create_directories(p.parent_path());
+    std::ofstream(p, std::ios::binary) << text;
+}
+
+/// A fresh directory under `parent` (default /tmp), removed on destruction.
+class TempDir {
+public:
+    explicit TempDir(const fs::path &parent = "/tmp") {
+        fs::create_directories(parent);
+        std::string pattern = (parent / "test-XXXXXX").string();
+        path_ = mkdtemp(pattern.data());
+    }
+    ~TempDir() {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+    TempDir(const TempDir &) = delete;
+    TempDir &operator=(const TempDir &) = delete;
+    const fs::path &path() const { return path_; }
+    fs::path operator/(const fs::path &p) const { return path_ / p; }
+
+private:
+    fs::path path_;
+};
+
+}  // namespace testfiles
