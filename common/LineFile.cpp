@@ -199,6 +199,15 @@ int FindFile(const char *directory, const char *name) {
     return InDirectoryList(entry);
 }
 
+int FindPath(const char *path) {
+    // The parts are kept apart: FindFile splits again into the same buffers.
+    char directory[STRIP_BUF_SIZE];
+    char name[STRIP_BUF_SIZE];
+    CopyBounded(directory, sizeof directory, StripFn(path));
+    CopyBounded(name, sizeof name, StripPath(path));
+    return FindFile(directory, name);
+}
+
 int FindFile_(const char *directory, const char *name) {
     char path[2 * FN_SIZE];
     struct stat st;

@@ -69,6 +69,8 @@ int FindFile(const char *directory, const char *name);
 /// The same answered with stat on "<directory>/<name>" (directory alone when
 /// name is null, name alone when directory is null).
 int FindFile_(const char *directory, const char *name);
+/// 1 when `path` exists, asked as FindFile(StripFn(path), StripPath(path)).
+int FindPath(const char *path);
 
 // ---- In-place editing (each ends the program when a file cannot be opened)
 

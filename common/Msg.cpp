@@ -35,16 +35,6 @@ const char *ProgramName() {
     return my_name ? my_name : "";
 }
 
-/// Whether the path exists, asked as FindFile(StripFn(path), StripPath(path)).
-/// Copies the parts first: FindFile may split again and reuse the buffers.
-bool PathExists(const char *path) {
-    char directory[STRIP_BUF_SIZE];
-    char name[STRIP_BUF_SIZE];
-    std::snprintf(directory, sizeof directory, "%s", StripFn(path));
-    std::snprintf(name, sizeof name, "%s", StripPath(path));
-    return FindFile(directory, name) != 0;
-}
-
 int RemoveTree(const char *path, const char *name) {
     return SysCmd(CMD_RM_R, 1, "%s%s%s", path, name ? "/" : "", name ? name : "");
 }
@@ -148,7 +138,7 @@ int CreateFile(const char *directory, const char *fileName, const char *mode, co
                const char *group) {
     if (!directory) return 0;
     int result = 0;
-    if (!PathExists(directory)) result = SysCmd(CMD_MKDIR, 2, "%s", directory);
+    if (!FindPath(directory)) result = SysCmd(CMD_MKDIR, 2, "%s", directory);
     MemPtr<char> target(
         SaveStr("%s%s%s", directory, fileName ? "/" : "", fileName ? fileName : ""));
     if (fileName) result = SysCmd(CMD_TOUCH, 2, "%s", target.get());
@@ -170,7 +160,7 @@ void DeleteFile(const char *directory, const char *name) {
 
 int DeleteFile_(const char *path, const char *name) {
     if (!path) return 0;
-    bool found = name ? FindFile(path, name) != 0 : PathExists(path);
+    bool found = name ? FindFile(path, name) != 0 : FindPath(path) != 0;
     return found ? RemoveTree(path, name) : 0;
 }
 

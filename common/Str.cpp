@@ -61,16 +61,6 @@ std::string_view TrimTrailingSlashes(std::string_view path) {
     return path;
 }
 
-/// Whether the path exists, asked as FindFile(StripFn(path), StripPath(path)).
-/// Copies the parts first: FindFile may split again and reuse the buffers.
-bool PathExists(const char *path) {
-    char directory[STRIP_BUF_SIZE];
-    char name[STRIP_BUF_SIZE];
-    Keep(directory, StripFn(path));
-    Keep(name, StripPath(path));
-    return FindFile(directory, name) != 0;
-}
-
 bool StartsWith(std::string_view text, std::string_view prefix) {
     return text.substr(0, prefix.size()) == prefix;
 }
@@ -230,7 +220,7 @@ char *FindExistingPath(const char *path, int *exactFlag) {
     char current[STRIP_BUF_SIZE];
     Keep(current, path);
     // "/" and "." are their own parent; stop there rather than loop.
-    while (!PathExists(current) && std::strcmp(StripFn(current), current) != 0)
+    while (!FindPath(current) && std::strcmp(StripFn(current), current) != 0)
         Keep(current, StripFn(current));
     if (exactFlag && std::strcmp(current, path) == 0) *exactFlag = 1;
     return Copy(current);

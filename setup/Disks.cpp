@@ -1,5 +1,7 @@
 #include "Disks.h"
 
+#include "setup.h"
+
 namespace {
 
 std::string_view NextToken(std::string_view &rest, std::string_view separators) {
@@ -36,4 +38,13 @@ DisksLines SplitDisksText(std::string_view text, std::string_view wordSeparators
         if (ended) break;
     }
     return lines;
+}
+
+void CopyDisksFiles(const char *from, const char *to) {
+    GetDisksData(from);
+    // A private copy: the tokenizer and file readers reuse LineBuf meanwhile.
+    MemPtr<char> disks(SaveStr_(LineBuf));
+    for (const DisksWords &line : SplitDisksText(disks.get(), DISKS_WORD_SEPARATORS))
+        for (std::string_view file : line)
+            SysCmd(CMD_CP, 2, "%s/%.*s %s", from, static_cast<int>(file.size()), file.data(), to);
 }

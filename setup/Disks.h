@@ -15,3 +15,7 @@ using DisksLines = std::vector<DisksWords, MemAllocator<DisksWords>>;
 DisksLines SplitDisksText(std::string_view text, std::string_view wordSeparators);
 
 constexpr std::string_view DISKS_WORD_SEPARATORS = " \t\r\n";
+
+/// Copies every file that the disks file of `from` lists into `to` (`cp -p`,
+/// failures end the program); ends it when there is no disks file.
+void CopyDisksFiles(const char *from, const char *to);

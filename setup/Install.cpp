@@ -31,16 +31,16 @@ bool ReadNeed(const char *name, double *need) {
 struct FreeFigure {
     char fileSystem[sizeof DiskSpace::line];
     double avail;
-    char *measuredAt;  // nearest existing ancestor
+    MemPtr<char> measuredAt;  // nearest existing ancestor
 };
 
 // Free space where `path` will be, counting what an existing `path` holds,
 // since it is replaced.
 bool MeasureFree(const char *path, FreeFigure *figure) {
     int exact = 0;
-    figure->measuredAt = FindExistingPath(path, &exact);
+    figure->measuredAt.reset(FindExistingPath(path, &exact));
     DiskSpace record{};
-    if (!GetDiskSpace(figure->measuredAt, &record)) return false;
+    if (!GetDiskSpace(figure->measuredAt.get(), &record)) return false;
     figure->avail = record.avail;
     std::sscanf(record.line, "%511s", figure->fileSystem);
     if (exact) figure->avail += DUPath(path);
@@ -71,11 +71,6 @@ int InstallOrOpenMenu() {
     // The setup menu is not part of this program yet: the material stays
     // copied and main's clean-up follows.
     return 0;
-}
-
-void WaitForKey() {
-    std::fflush(stdout);
-    std::getchar();
 }
 
 // DOS diskettes answer to either case, so the drive is asked by name, not by
@@ -198,7 +193,7 @@ void FreeSpaceForInstall(const char *workDir, const char *baseDir, const char *c
     if (!MeasureFree(target.get(), &install)) return;
     if (std::strcmp(work.fileSystem, install.fileSystem) == 0) {
         DiskSpace plain{};
-        GetDiskSpace(work.measuredAt, &plain);
+        GetDiskSpace(work.measuredAt.get(), &plain);
         double total = plain.avail < install.avail || plain.avail < work.avail
                            ? (install.avail - plain.avail) + work.avail
                            : MaxD(install.avail, work.avail);
@@ -240,12 +235,7 @@ int InstallFromSite() {
     MakeWorkDirectory();
     if (FindFile(pTmpDir, "setup")) SysCmd(CMD_RM, 0, " %s/setup", pTmpDir);
     if (FindFile(pTmpDir, "setup.hlp")) SysCmd(CMD_RM, 0, " %s/setup.hlp", pTmpDir);
-    GetDisksData(pToolPath);
-    MemPtr<char> disks = CopyOfLineBuf();
-    for (const DisksWords &line : SplitDisksText(disks.get(), DISKS_WORD_SEPARATORS))
-        for (std::string_view file : line)
-            SysCmd(CMD_CP, 2, "%s/%.*s %s", pToolPath, static_cast<int>(file.size()), file.data(),
-                   pOrvelInstallDir);
+    CopyDisksFiles(pToolPath, pOrvelInstallDir);
     return InstallOrOpenMenu();
 }
 

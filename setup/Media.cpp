@@ -4,17 +4,11 @@
 
 #include <cstdio>
 #include <cstring>
-#include <string_view>
 
 #include "Disks.h"
 #include "setup.h"
 
 namespace {
-
-void WaitForKey() {
-    std::fflush(stdout);
-    std::getchar();
-}
 
 int Eject() {
     return SysCmd(CMD_EJECT, 0, " >> %s/Msg", pOrvelInstallDir);
@@ -33,12 +27,7 @@ int GenInstallSite() {
     const char *separator = std::strcmp(Name, "/") == 0 ? "" : "/";
     MemPtr<char> site(SaveStr("%s%s%sInstall", Name, separator, ARCHIVE_NAME));
     CreateFile(site.get(), nullptr, "777", nullptr, nullptr);
-    GetDisksData(pOrvelInstallDir);
-    MemPtr<char> disks(SaveStr_(LineBuf));
-    for (const DisksWords &line : SplitDisksText(disks.get(), DISKS_WORD_SEPARATORS))
-        for (std::string_view file : line)
-            SysCmd(CMD_CP, 2, "%s/%.*s %s", pOrvelInstallDir, static_cast<int>(file.size()),
-                   file.data(), site.get());
+    CopyDisksFiles(pOrvelInstallDir, site.get());
     MemPtr<char> marker(SaveStr("%s/installf.rom", site.get()));
     if (FILE *f = std::fopen(marker.get(), "wt")) {
         std::fputs("installation site", f);
@@ -57,6 +46,11 @@ int GenInstallDisks() {
         std::fclose(f);
     }
     return 0;
+}
+
+void WaitForKey() {
+    std::fflush(stdout);
+    std::getchar();
 }
 
 int EjectDiskette() {

@@ -62,6 +62,8 @@ void WriteConfigFlags();
 // Installation site and diskettes.
 int GenInstallSite();
 int GenInstallDisks();
+/// Waits for one key on standard input (the dialogue is flushed first).
+void WaitForKey();
 int EjectDiskette();
 int TestDiskette();
 

@@ -2,153 +2,155 @@
 // inside rehearse, and the files it left behind read from the kept changes.
 #pragma once
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <initializer_list>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <map>
-#include <sstream>
-#include <string>
+#include <random>
+#include <regex>
 #include <vector>
+
+#include "Scripts.h"
+#include "TestFiles.h"
 
 namespace e2e {
 
 namespace fs = std::filesystem;
+using testfiles::Slurp;
+using testfiles::Write;
 
-inline std::string Slurp(const fs::path &p) {
-    std::ifstream in(p, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
+/// A queue tool that only records how it was called, next to itself.
+constexpr const char *kQueueTool = "#!/bin/sh\necho \"$1\" >> `dirname $0`/pnqadmin.calls\n";
+
+/// Random bytes: they do not compress, so an archive's size follows the data's.
+inline std::string Incompressible(size_t size) {
+    std::mt19937 random(7);
+    std::string data(size, '\0');
+    for (char &c : data) c = static_cast<char>(random());
+    return data;
 }
 
-inline void Write(const fs::path &p, const std::string &text) {
-    fs::create_directories(p.parent_path());
-    std::ofstream(p, std::ios::binary) << text;
+inline size_t Count(const std::string &text, const std::string &what) {
+    size_t n = 0;
+    for (size_t p = text.find(what); p != std::string::npos; p = text.find(what, p + 1)) ++n;
+    return n;
 }
 
-/// Exit status of a wait status, 128+N for a signal.
-inline int Decode(int status) {
+/// Runs argv with output into the files out and err; its status, 128+N for a signal.
+inline int Spawn(const std::vector<std::string> &argv, const fs::path &out, const fs::path &err) {
+    std::string line = "exec";
+    for (const std::string &a : argv)
+        line += " '" + std::regex_replace(a, std::regex("'"), "'\\''") + "'";
+    int status =
+        std::system((line + " </dev/null >" + out.string() + " 2>" + err.string()).c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-/// Runs argv with stdin from `input` (a path, or empty for /dev/null);
-/// returns the status and fills out/err.
-inline int Spawn(const std::vector<std::string> &argv, const std::string &input, std::string *out,
-                 std::string *err, const fs::path &scratch) {
-    fs::path outFile = scratch / "spawn.out", errFile = scratch / "spawn.err";
-    pid_t pid = fork();
-    if (pid == 0) {
-        int in = open(input.empty() ? "/dev/null" : input.c_str(), O_RDONLY);
-        int o = open(outFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        int e = open(errFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-        dup2(in, 0);
-        dup2(o, 1);
-        dup2(e, 2);
-        std::vector<char *> args;
-        for (const std::string &a : argv) args.push_back(const_cast<char *>(a.c_str()));
-        args.push_back(nullptr);
-        execv(args[0], args.data());
-        _exit(127);
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    if (out) *out = Slurp(outFile);
-    if (err) *err = Slurp(errFile);
-    return Decode(status);
 }
 
 /// What one rehearsed run produced.
 struct Outcome {
+    fs::path kept;  ///< the changed files, laid out as on the machine
     int status = -1;
     std::string out, err, report;
-    fs::path kept;  ///< the changed files, laid out as on the machine
-
     fs::path At(const std::string &path) const { return kept / fs::path(path).relative_path(); }
+    /// lstat of what the run left at `path`; all zero when nothing is there.
+    struct stat Stat(const std::string &path) const {
+        struct stat st {};
+        if (lstat(At(path).c_str(), &st) != 0) st = {};
+        return st;
+    }
     /// True when the run left `path` (a whiteout of a removed file does not count).
     bool Has(const std::string &path) const {
-        struct stat st {};
-        return lstat(At(path).c_str(), &st) == 0 && !(S_ISCHR(st.st_mode) && st.st_rdev == 0);
+        struct stat st = Stat(path);
+        return st.st_mode != 0 && !(S_ISCHR(st.st_mode) && st.st_rdev == 0);
     }
     std::string Text(const std::string &path) const { return Slurp(At(path)); }
     int Mode(const std::string &path) const {
-        struct stat st {};
-        return lstat(At(path).c_str(), &st) == 0 ? static_cast<int>(st.st_mode & 07777) : -1;
+        return Has(path) ? static_cast<int>(Stat(path).st_mode & 07777) : -1;
+    }
+    /// Where the symbolic link at `path` points; empty when it is none.
+    std::string Link(const std::string &path) const {
+        std::error_code ec;
+        return fs::read_symlink(At(path), ec).string();
     }
 };
 
-/// One scratch directory per test, outside /tmp (a rehearsal has its own).
+/// printf into a string, for the installer's script templates.
+template <typename... Args>
+std::string Fill(const char *tmpl, Args... args) {
+    char text[4096];
+    std::snprintf(text, sizeof text, tmpl, args...);
+    return text;
+}
+
+/// The shell line, the banner naming this year, then exactly `body`; mode 755.
+inline void ExpectScript(const Outcome &o, const std::string &path, const std::string &body) {
+    SCOPED_TRACE(path);
+    EXPECT_EQ(o.Mode(path), 0755);
+    std::time_t now = std::time(nullptr);
+    EXPECT_EQ(o.Text(path), std::string(ScriptShShell) + "\n" +
+                                Fill(ScriptCopyRight, std::localtime(&now)->tm_year + 1900) + body);
+}
+
+/// A scratch directory per test outside /tmp (a rehearsal has its own), kept on failure.
 class E2eTest : public ::testing::Test {
   protected:
     fs::path scratch;
-
     void SetUp() override {
-        if (geteuid() != 0) GTEST_SKIP() << "end-to-end runs need root for the sandbox";
+        struct stat root = {}, here = {};
+        // A rehearsal needs root and sees the root file system only.
+        fs::path build = fs::path(SCRATCH_DIR).parent_path();
+        if (geteuid() != 0 || stat("/", &root) || stat(build.c_str(), &here) ||
+            root.st_dev != here.st_dev)
+            GTEST_SKIP() << "needs root, and the build tree on the root file system";
         fs::create_directories(SCRATCH_DIR);
-        struct stat root {
-        }, here{};
-        // A rehearsal sees the root file system only.
-        if (stat("/", &root) != 0 || stat(SCRATCH_DIR, &here) != 0 || root.st_dev != here.st_dev)
-            GTEST_SKIP() << "the build tree is not on the root file system, which is all a "
-                            "rehearsal shows";
         std::string tmpl = std::string(SCRATCH_DIR) + "/run-XXXXXX";
         scratch = mkdtemp(tmpl.data());
     }
     void TearDown() override {
         if (!scratch.empty() && !HasFailure()) fs::remove_all(scratch);
     }
-
-    /// A package directory PKGDIR/pkg with `files` (relative path -> text) and pkg.list.
+    /// A package directory <scratch>/<name>/pkg holding pkg.list and `files`.
     fs::path Package(const std::string &name, const std::string &pkgList,
                      const std::map<std::string, std::string> &files = {}) {
-        fs::path dir = scratch / name;
-        Write(dir / "pkg" / "pkg.list", pkgList);
-        for (const auto &[path, text] : files) Write(dir / "pkg" / path, text);
-        return dir;
+        Write(scratch / name / "pkg" / "pkg.list", pkgList);
+        for (const auto &[path, text] : files) Write(scratch / name / "pkg" / path, text);
+        return scratch / name;
     }
-
     /// Runs mkmedium with `options` on `package`; returns the medium directory.
-    fs::path Medium(const fs::path &package, std::initializer_list<std::string> options,
+    fs::path Medium(const fs::path &package, std::vector<std::string> options,
                     const std::string &name = "medium") {
-        fs::path out = scratch / name;
-        std::vector<std::string> argv{MKMEDIUM_BIN};
-        argv.insert(argv.end(), options);
-        for (std::string a : {"--setup", SETUP_BIN, "--help-file", DEMO_DIR "/setup.hlp", "-o"})
-            argv.push_back(a);
-        argv.push_back(out.string());
-        argv.push_back(package.string());
-        std::string err;
-        int status = Spawn(argv, "", nullptr, &err, scratch);
-        EXPECT_EQ(status, 0) << err;
-        return out;
+        options.insert(options.begin(),
+                       {MKMEDIUM_BIN, "--setup", SETUP_BIN, "--help-file", DEMO_DIR "/setup.hlp"});
+        options.insert(options.end(), {"-o", (scratch / name).string(), package.string()});
+        EXPECT_EQ(Spawn(options, scratch / "mkmedium.out", scratch / "mkmedium.err"), 0)
+            << Slurp(scratch / "mkmedium.err");
+        return scratch / name;
     }
-
-    fs::path Site(const fs::path &package) { return Medium(package, {"--site"}); }
-
     /// Runs `command` inside rehearse with `options`; `input` is fed to it.
-    Outcome Rehearse(const std::vector<std::string> &options,
-                     const std::vector<std::string> &command, const std::string &input = "") {
-        static int run = 0;
-        Outcome o;
-        std::string tag = std::to_string(++run);
-        o.kept = scratch / ("kept" + tag);
-        fs::path report = scratch / ("report" + tag);
-        fs::path inputFile = scratch / ("input" + tag);
-        Write(inputFile, input);
-        std::vector<std::string> argv{REHEARSE_BIN,    "-k", o.kept.string(),   "-r",
-                                      report.string(), "-i", inputFile.string()};
-        argv.insert(argv.end(), options.begin(), options.end());
-        argv.push_back("--");
-        argv.insert(argv.end(), command.begin(), command.end());
-        o.status = Spawn(argv, "", &o.out, &o.err, scratch);
-        o.report = Slurp(report);
-        return o;
+    Outcome Rehearse(std::vector<std::string> options, const std::vector<std::string> &command,
+                     const std::string &input = "") {
+        static int runs = 0;
+        fs::path run = scratch / ("run" + std::to_string(++runs));
+        Write(run / "input", input);
+        options.insert(options.begin(),
+                       {REHEARSE_BIN, "-k", (run / "kept").string(), "-r",
+                        (run / "report").string(), "-i", (run / "input").string()});
+        options.push_back("--");
+        options.insert(options.end(), command.begin(), command.end());
+        int status = Spawn(options, run / "out", run / "err");
+        return {run / "kept", status, Slurp(run / "out"), Slurp(run / "err"),
+                Slurp(run / "report")};
+    }
+    /// Runs the shell line `line` inside rehearse with `options`.
+    Outcome Shell(const std::vector<std::string> &options, const std::string &line,
+                  const std::string &input = "") {
+        return Rehearse(options, {"/bin/sh", "-c", line}, input);
     }
 };
 

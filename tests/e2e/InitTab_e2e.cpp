@@ -1,8 +1,5 @@
-// The init table entry for the daemon watcher. /etc/inittab is the machine's,
-// so the check runs this very program again inside a rehearsal, where the
-// "Inside" test does the work and the outer test reads what it left.
-#include <cstdlib>
-
+// The init table entry for the daemon watcher. /etc/inittab is the machine's:
+// "Inside" does the work within a rehearsal, the outer test reads what it left.
 #include "E2e.h"
 #include "setup.h"
 
@@ -32,9 +29,8 @@ TEST(Inside, AddDaemonToInitTabTwice) {
 class InitTabTest : public E2eTest {};
 
 TEST_F(InitTabTest, EntryIsAddedOnceAndTheFirstBackupIsKept) {
-    std::string self = fs::read_symlink("/proc/self/exe").string();
     Outcome o = Rehearse({"-q", "-e", std::string(kInsideVariable) + "=1"},
-                         {self, "--gtest_filter=Inside.*"});
+                         {fs::read_symlink("/proc/self/exe"), "--gtest_filter=Inside.*"});
     ASSERT_EQ(o.status, 0) << o.out << o.err;
     EXPECT_EQ(o.Text("/etc/inittab"), std::string(kTable) + "# edited by hand\n" + kEntry);
     EXPECT_EQ(o.Text("/etc/inittab.OrvelSave"), kTable);
