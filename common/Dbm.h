@@ -91,6 +91,7 @@ struct DbT {
     int32_t number;      ///< header number of a headed file
     char loaded;         ///< a load was attempted
     int32_t type;        ///< DBT_NEW, DBT_PLAIN, DBT_HEADED
+    void *index;         ///< keys to first records, built by the first search after a change
 };
 
 constexpr uint32_t DBT_NOUPDATE = 2;
@@ -119,8 +120,8 @@ void UpdateHeader(DbT *db);
 /// The next record (the first when `index` is 0), or null at the end; a
 /// record that runs past the end cuts the view there.
 DbTRecord *WalkDbTRecords(DbT *db, DbTRecord *record, int index);
-/// 1 when a record with exactly `key` exists (record and cursor stand at the
-/// first one), else 0.
+/// 1 when a record with exactly `key` exists (record, cursor and walk stand at
+/// the first one, as a walk from the start would leave them), else 0.
 int FindTRecord(DbT *db, const char *key, DbTRecord *record);
 /// Data length of `key` copied into `buffer` (no NUL added; the buffer must
 /// hold the record); 0 when absent or an argument is null.

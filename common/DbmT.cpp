@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <vector>
 
 #include "Dbm.h"
 #include "DbmCodec.h"
@@ -42,7 +43,69 @@ long HeaderNumber(const unsigned char *content, long size) {
     return std::strtol(digits, nullptr, 10);
 }
 
+uint32_t Hash(const unsigned char *key, size_t n) {
+    uint32_t h = 2166136261u;
+    for (size_t i = 0; i < n; ++i) h = (h ^ key[i]) * 16777619u;
+    return h;
+}
+
+bool KeyMatches(const DbT *db, const DbTRecord &r, const unsigned char *key, size_t n) {
+    if (r.keyLength != n) return false;
+    return db->type == DBT_PLAIN ? std::memcmp(r.key, key, n) == 0
+                                 : dbm::ScrambledEquals(r.key, key, n);
+}
+
+/// The search as a plain walk from the start: the first record in file order.
+int FindByWalk(DbT *db, const unsigned char *key, size_t n, DbTRecord *record) {
+    for (DbTRecord *r = WalkDbTRecords(db, record, 0); r; r = WalkDbTRecords(db, record, 1)) {
+        if (!KeyMatches(db, *r, key, n)) continue;
+        if (db->type != DBT_PLAIN) db->cursor += static_cast<int32_t>(n);
+        return 1;
+    }
+    return 0;
+}
+
+/// Open addressing over record offsets, the first record of each key only:
+/// [slot count, offset or -1 ...]. Built by one walk, which also cuts the
+/// view at a damaged record as any walk would.
+int32_t *BuildIndex(DbT *db) {
+    std::vector<int32_t, MemAllocator<int32_t>> offsets;
+    DbTRecord record;
+    for (DbTRecord *r = WalkDbTRecords(db, &record, 0); r; r = WalkDbTRecords(db, &record, 1))
+        offsets.push_back(db->walk - r->length - 2);
+    int32_t slots = 8;
+    while (slots < 2 * static_cast<int32_t>(offsets.size())) slots *= 2;
+    auto *index = static_cast<int32_t *>(GetMem(static_cast<long>(sizeof(int32_t)) * (slots + 1)));
+    if (!index) return nullptr;
+    index[0] = slots;
+    for (int32_t i = 1; i <= slots; ++i) index[i] = -1;
+    static unsigned char key[DBM_RECORD_SIZE];
+    for (int32_t offset : offsets) {
+        db->walk = offset;
+        DbTRecord *r = WalkDbTRecords(db, &record, 1);
+        size_t n = r->keyLength;
+        if (db->type == DBT_PLAIN)
+            std::memcpy(key, r->key, n);
+        else
+            dbm::DescrambleInto(key, r->key, n);
+        for (uint32_t slot = Hash(key, n);; ++slot) {
+            int32_t &entry = index[1 + (slot & (slots - 1))];
+            if (entry < 0) {
+                entry = offset;
+                break;
+            }
+            // A later record with a key already there stays out: lookups
+            // find the first in file order.
+            db->walk = entry;
+            DbTRecord earlier;
+            if (KeyMatches(db, *WalkDbTRecords(db, &earlier, 1), key, n)) break;
+        }
+    }
+    return index;
+}
+
 void MakeEmpty(DbT *db) {
+    dbt::DropIndex(db);
     db->content = static_cast<unsigned char *>(GetMem(DBM_HEADER_SIZE));
     db->size = db->content ? DBM_HEADER_SIZE : 0;
     db->mtime = db->cursor = db->walk = db->number = 0;
@@ -73,6 +136,7 @@ DbT *DbTOpen(const char *name, uint32_t mode) {
 
 void DbTClose(DbT *db) {
     if (!db) return;
+    PutMem(db->index);
     PutMem(db->content);
     PutMem(db->name);
     PutMem(db);
@@ -82,9 +146,12 @@ void DbTUpDate(DbT *db) {
     if (!db || !db->name) return;
     MemPtr<char> path(DbTFileName(db->name));
     struct stat st;
-    if (!FindFile(path.get(), nullptr) || stat(path.get(), &st) != 0) return;
+    // stat alone answers whether the file is there: a directory listing on
+    // every lookup would cost more than the lookup itself.
+    if (stat(path.get(), &st) != 0) return;
     if (db->content && db->mtime == static_cast<int32_t>(st.st_mtime)) return;
     db->content = static_cast<unsigned char *>(PutMem(db->content));
+    dbt::DropIndex(db);
     db->loaded = 1;
     long size = 0;
     unsigned char *content = ReadWhole(path.get(), &size);
@@ -168,18 +235,31 @@ int FindTRecord(DbT *db, const char *key, DbTRecord *record) {
     if (!db || !db->content || !key || !*key || !record) return 0;
     size_t n = std::strlen(key) + 1;
     const auto *wanted = reinterpret_cast<const unsigned char *>(key);
-    for (DbTRecord *r = WalkDbTRecords(db, record, 0); r; r = WalkDbTRecords(db, record, 1)) {
-        if (r->keyLength != n) continue;
-        bool equal = db->type == DBT_PLAIN ? std::memcmp(r->key, wanted, n) == 0
-                                           : dbm::ScrambledEquals(r->key, wanted, n);
-        if (!equal) continue;
-        if (db->type != DBT_PLAIN) db->cursor += static_cast<int32_t>(n);
-        return 1;
+    if (!db->index) db->index = BuildIndex(db);
+    auto *index = static_cast<int32_t *>(db->index);
+    if (!index) return FindByWalk(db, wanted, n, record);
+    int32_t mask = index[0] - 1;
+    // Each candidate is read by the walk itself, so that a hit leaves the
+    // record, cursor and walk where a walk from the start would.
+    for (uint32_t slot = Hash(wanted, n);; ++slot) {
+        int32_t offset = index[1 + (slot & mask)];
+        if (offset < 0) break;
+        db->walk = offset;
+        DbTRecord *r = WalkDbTRecords(db, record, 1);
+        if (r && KeyMatches(db, *r, wanted, n)) {
+            if (db->type != DBT_PLAIN) db->cursor += static_cast<int32_t>(n);
+            return 1;
+        }
     }
+    db->walk = db->size;
     return 0;
 }
 
 namespace dbt {
+
+void DropIndex(DbT *db) {
+    db->index = PutMem(db->index);
+}
 
 int FindData(DbT *db, const char *key, DbTRecord *record) {
     if (!db || !key) return -1;

@@ -11,4 +11,7 @@ int FindData(DbT *db, const char *key, DbTRecord *record);
 /// Copies the data of the record FindData or the walk stands at.
 void CopyData(const DbT *db, const DbTRecord &record, void *to);
 
+/// Forgets the key index; every change of the content must call it.
+void DropIndex(DbT *db);
+
 }  // namespace dbt

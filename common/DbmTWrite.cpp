@@ -65,6 +65,7 @@ bool Append(DbT *db, const unsigned char *key, size_t keyLength, const unsigned 
     auto *grown = static_cast<unsigned char *>(AdjustMem(db->content, newSize));
     if (!grown) return false;
     db->content = grown;
+    dbt::DropIndex(db);
     unsigned char *p = grown + db->size;
     dbm::WriteLength(p, static_cast<uint16_t>(length));
     dbm::WriteLength(p + 2, static_cast<uint16_t>(keyLength));
@@ -87,6 +88,7 @@ bool MakeHeaded(DbT *db) {
     }
     DbT headed = *db;
     headed.content = nullptr;
+    headed.index = nullptr;
     DbTClear(&headed);
     if (!headed.content) return false;
     bool complete = true;
@@ -98,6 +100,7 @@ bool MakeHeaded(DbT *db) {
         return false;
     }
     PutMem(db->content);
+    dbt::DropIndex(db);
     db->content = headed.content;
     db->size = headed.size;
     db->number = 0;
@@ -176,6 +179,7 @@ char *KeyList(DbT *db, const char *separator, const char *terminator, bool sorte
 void DbTClear(DbT *db) {
     if (!db) return;
     db->content = static_cast<unsigned char *>(PutMem(db->content));
+    dbt::DropIndex(db);
     db->content = static_cast<unsigned char *>(GetMem(DBM_HEADER_SIZE));
     db->size = db->content ? DBM_HEADER_SIZE : 0;
     db->cursor = db->walk = db->number = 0;
@@ -216,6 +220,7 @@ int PurgeTRecord(DbT *db, const char *key, int keyLength) {
         kept += end - start;
     });
     db->size = kept;
+    dbt::DropIndex(db);
     return removed;
 }
 

@@ -208,6 +208,7 @@ TEST_F(DbTTest, ReadsPlainAndHeadedImages) {
         Open(c.image);
         EXPECT_EQ(handle->type, c.type);
         EXPECT_EQ(TGet("a"), "b");
+        EXPECT_EQ(handle->walk, (c.type == DBT_PLAIN ? 0 : 16) + 7);  // as a walk leaves it
         EXPECT_EQ(TGet("ab"), "first");
         EXPECT_EQ(DbmTGetRecordSize(handle, "ab"), 5);
         EXPECT_EQ(TGet(""), "");
@@ -306,7 +307,9 @@ TEST_F(DbTTest, WritesHeadedFilesTheLookupsRead) {
     EXPECT_EQ(file.substr(16), kHeadedAB + Headed("ab", "1") + Headed("c", "d"));
     EXPECT_FALSE(fs::exists(db / "t.vdb_new"));
 
+    EXPECT_EQ(TGet("a"), "b");
     ASSERT_EQ(DbmTPutRecord(handle, "a", "x", 1), 1);  // replaced and moved to the end
+    EXPECT_EQ(TGet("a"), "x");
     MemPtr<char> list(DbmTGetRecordList(handle, ",", ","));
     EXPECT_STREQ(list.get(), ",ab,c,a,");
     MemPtr<char> sorted(DbmTGetRecordListS(handle, "[", "]"));
