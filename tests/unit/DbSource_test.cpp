@@ -1,0 +1,136 @@
+// The text form of record databases: where and why a bad source is refused,
+// and that every record written reads back the same.
+#include "DbSource.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace std::string_literals;
+
+struct Parsed {
+    std::vector<std::pair<std::string, std::string>> records;
+    int line = 0;
+    std::string error;
+};
+
+int Collect(void *context, const char *key, const unsigned char *data, int length) {
+    auto &records = static_cast<Parsed *>(context)->records;
+    records.emplace_back(key, std::string(reinterpret_cast<const char *>(data), length));
+    return records.size() < 3;  // refuses the third, as a full store would
+}
+
+Parsed Parse(const std::string &text) {
+    Parsed p;
+    char error[DBSOURCE_ERROR_SIZE] = "untouched";
+    p.line = ParseDbSource(text.data(), static_cast<long>(text.size()), Collect, &p, error);
+    p.error = error;
+    return p;
+}
+
+std::string Written(const std::string &key, const std::string &data) {
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *out = open_memstream(&text, &size);
+    WriteDbSourceRecord(out, key.c_str(), reinterpret_cast<const unsigned char *>(data.data()),
+                        static_cast<int>(data.size()));
+    std::fclose(out);
+    std::string line(text, size);
+    std::free(text);
+    return line;
+}
+
+TEST(DbSourceTest, ReadsRecordsSkippingCommentsAndEmptyLines) {
+    Parsed p =
+        Parse("# notes\n\n \t\nplain \"a\\tb\\x41\\\\\\\"\"\n\t\"a key\"\traw\"\\x00\xc3\xa9\" \n");
+    EXPECT_EQ(p.line, 0) << p.error;
+    EXPECT_EQ(p.error, "");
+    using Records = decltype(p.records);
+    EXPECT_EQ(p.records, (Records{{"plain", "a\tbA\\\"\0"s}, {"a key", "\0\xc3\xa9"s}}));
+}
+
+TEST(DbSourceTest, BadLinesGiveTheirNumberAndWhatWasExpected) {
+    struct Case {
+        std::string text;
+        int line;
+        const char *error;
+    } cases[] = {
+        {"k", 1, "expected a quoted text after the key"},
+        {"k rawx \"a\"", 1, "expected a quoted text after the key"},
+        {"k raw", 1, "expected a quoted text after raw"},
+        {"# c\n\nk \"a\"\nk \"a", 4, "expected a closing quote"},
+        {"k \"a\\", 1, "expected a closing quote"},
+        {"k \"a\nb\"", 1, "expected a closing quote"},
+        {"k \"a\\q\"", 1, "bad escape \\q"},
+        {"k \"\\\xff\"", 1, "bad escape: byte 0xff after a backslash"},
+        {"k \"\\x4\"", 1, "bad escape \\x: expected two hexadecimal digits"},
+        {"k \"\\x4g\"", 1, "bad escape \\x: expected two hexadecimal digits"},
+        {"k \"a\" b", 1, "text after the closing quote"},
+        {"k \"a\"\r\n", 1, "text after the closing quote"},
+        {"k \"a\"\0"s, 1, "text after the closing quote"},
+        {" #k \"a\"", 1, "a key without quotes cannot start with '#'"},
+        {"k\0x \"a\""s, 1, "a key cannot hold a NUL byte"},
+        {"\"k\\x00\" \"a\"", 1, "a key cannot hold a NUL byte"},
+        {"a \"\"\nb raw \"\"\nc \"\"", 3, "cannot store the record"},
+    };
+    for (const Case &c : cases) {
+        Parsed p = Parse(c.text);
+        EXPECT_EQ(p.line, c.line) << c.text;
+        EXPECT_EQ(p.error, c.error) << c.text;
+    }
+}
+
+TEST(DbSourceTest, EveryCutOfASourceIsReadOrRefusedWithinIt) {
+    std::string source = "# x\n\"k \\\"\" raw \"\\x00\\t\" \nk2 \"\xc3\xa9\\\\\"\n";
+    for (size_t n = 0; n <= source.size(); ++n) {
+        std::string cut = source.substr(0, n);
+        Parsed p = Parse(cut);
+        EXPECT_LE(p.line, 1 + std::count(cut.begin(), cut.end(), '\n')) << cut;
+        EXPECT_EQ(p.line == 0, p.error.empty()) << cut;
+    }
+}
+
+TEST(DbSourceTest, WritesTheShortestFormThatReadsBack) {
+    struct Case {
+        std::string key, data, line;
+    } cases[] = {
+        {"MSG_1", "Hello\0"s, "MSG_1 \"Hello\"\n"},
+        {"k", "\0"s, "k \"\"\n"},
+        {"k", "", "k raw \"\"\n"},
+        {"k", "a\0b\0"s, "k \"a\\x00b\"\n"},
+        {"k", "\x01\x7f\xff\n\t\r\\\"", "k raw \"\\x01\\x7f\xff\\n\\t\\r\\\\\\\"\"\n"},
+        {"", "x\0"s, "\"\" \"x\"\n"},
+        {"#k", "x\0"s, "\"#k\" \"x\"\n"},
+        {"\"k", "x\0"s, "\"\\\"k\" \"x\"\n"},
+        {"a b\tc\\d\x1f\x7f", "x\0"s, "\"a b\\tc\\\\d\\x1f\\x7f\" \"x\"\n"},
+        {"k#\xc3\xa9", "x\0"s, "k#\xc3\xa9 \"x\"\n"},
+        {"c:\\d", "x\0"s, "\"c:\\\\d\" \"x\"\n"},
+    };
+    for (const Case &c : cases) {
+        std::string line = Written(c.key, c.data);
+        EXPECT_EQ(line, c.line);
+        Parsed p = Parse(line);
+        EXPECT_EQ(p.line, 0) << line << p.error;
+        ASSERT_EQ(p.records.size(), 1u) << line;
+        EXPECT_EQ(p.records[0].first, c.key);
+        EXPECT_EQ(p.records[0].second, c.data);
+    }
+}
+
+TEST(DbSourceTest, EveryByteReadsBackInBothForms) {
+    std::string bytes;
+    for (int c = 0; c < 256; ++c) bytes += static_cast<char>(c);
+    for (const std::string &data : {bytes, bytes + '\0'}) {
+        Parsed p = Parse(Written("k", data));
+        ASSERT_EQ(p.records.size(), 1u) << p.error;
+        EXPECT_EQ(p.records[0].second, data);
+    }
+}
+
+}  // namespace
