@@ -68,9 +68,7 @@ void MakeWorkDirectory() {
 
 int InstallOrOpenMenu() {
     if (pInstallDir) return Install();
-    // The setup menu is not part of this program yet: the material stays
-    // copied and main's clean-up follows.
-    return 0;
+    return RunMenu(&MainMenu, nullptr, 1);
 }
 
 // DOS diskettes answer to either case, so the drive is asked by name, not by

@@ -61,6 +61,10 @@ void WriteConfigFlags();
 
 // Installation site and diskettes.
 int GenInstallSite();
+
+// The setup menus.
+extern MENU MainMenu;
+extern MENU InstallMenu;
 int GenInstallDisks();
 /// Waits for one key on standard input (the dialogue is flushed first).
 void WaitForKey();
