@@ -1,7 +1,8 @@
 # Thin wrapper around CMake: `make test` and `make demo` work on a fresh machine.
 BUILD   ?= build
 JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
-DEB_PKGS = g++ cmake make libgtest-dev libbenchmark-dev libncurses-dev ncompress tar procps util-linux diffutils
+DEB_PKGS = g++ cmake make libgtest-dev libbenchmark-dev libncurses-dev ncompress tar procps util-linux diffutils \
+           dosfstools mtools fusefat
 
 .PHONY: all deps configure build test demo clean
 

@@ -56,7 +56,10 @@ bool ConversionsFit(const char *text, const char *english) {
 }  // namespace
 
 DbT *OpenCoreStrings() {
-    if (pDrvCoreDB) return pDrvCoreDB;
+    if (Usable(pDrvCoreDB) || (pDrvCoreDB && pDrvCoreDB == BuiltIn)) return pDrvCoreDB;
+    // A handle whose file was missing (the language choice opens one when
+    // trans.conf is missing) is no database to read strings from.
+    if (pDrvCoreDB) DbTClose(pDrvCoreDB);
     DbT *db = NlsOpenDB("CoreString", 0);
     if (!Usable(db)) {
         DbTClose(db);

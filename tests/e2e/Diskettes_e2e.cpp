@@ -23,11 +23,13 @@ class MediumTest : public E2eTest {
   protected:
     std::string blob;
     // A medium whose compressed archive comes to `pieces` pieces: the first
-    // diskette also carries the installer, so its piece is the small one.
+    // diskette also carries the installer, so its piece is the small one; every
+    // diskette carries the translations.
     fs::path MediumOfPieces(int pieces, std::vector<std::string> options,
                             const std::string &name = "medium") {
         const long first = 200 * 1024;
-        const long capacity = static_cast<long>(fs::file_size(SETUP_BIN)) + first;
+        const long capacity =
+            ShippedSetupBytes() + first + TranslationsOnDiskette();
         const double compressRatio = 1.24;  // what LZW makes of random bytes
         blob = Incompressible(
             static_cast<size_t>((first + (pieces - 1.5) * capacity) / compressRatio));

@@ -122,6 +122,26 @@ class E2eTest : public ::testing::Test {
         for (const auto &[path, text] : files) Write(scratch / name / "pkg" / path, text);
         return scratch / name;
     }
+    /// About the bytes the translations take on every diskette: whole 512-byte
+    /// clusters, one for each (small) directory.
+    static long TranslationsOnDiskette() {
+        auto clusters = [](uintmax_t bytes) {
+            return static_cast<long>((bytes + 511) / 512 * 512);
+        };
+        fs::path dir = fs::path(SETUP_BIN).parent_path();
+        long bytes = 512 + clusters(fs::file_size(dir / "trans.conf"));
+        for (const auto &entry : fs::recursive_directory_iterator(dir / "db"))
+            bytes += entry.is_directory() ? 512 : clusters(entry.file_size());
+        return bytes;
+    }
+    /// The size of setup as mkmedium ships it: without debugging information.
+    long ShippedSetupBytes() {
+        fs::path stripped = scratch / "setup.stripped";
+        if (Spawn({"objcopy", "--strip-debug", SETUP_BIN, stripped.string()}, scratch / "objcopy.out",
+                  scratch / "objcopy.err") != 0)
+            return static_cast<long>(fs::file_size(SETUP_BIN));
+        return static_cast<long>(fs::file_size(stripped));
+    }
     /// Runs mkmedium with `options` on `package`; returns the medium directory.
     fs::path Medium(const fs::path &package, std::vector<std::string> options,
                     const std::string &name = "medium") {

@@ -222,8 +222,10 @@ TEST_F(NlsTest, MenuTextsTemplatesAndFingerprints) {
 }
 
 TEST_F(NlsTest, EngineStringsFallBackToEnglishNeverToKeys) {
-    // No databases at all: the English built into the program answers.
+    // No databases at all: the English built into the program answers, also
+    // after the language choice looked for the table in a missing database.
     testing::internal::CaptureStderr();
+    EXPECT_STREQ(GetDesiredNLSLang(), "en_US");
     MemPtr<char> builtIn(TextMenuString(1016));
     testing::internal::GetCapturedStderr();
     EXPECT_STREQ(builtIn.get(), "reading from standard input");

@@ -36,6 +36,20 @@ void RequireFile(const std::string &path, const char *what) {
     if (!S_ISREG(info.st_mode)) Die("%s: not a regular file (%s)", path.c_str(), what);
 }
 
+void RequireDir(const std::string &path, const char *what) {
+    struct stat info;
+    if (stat(path.c_str(), &info) != 0)
+        Die("%s: %s (%s)", path.c_str(), std::strerror(errno), what);
+    if (!S_ISDIR(info.st_mode)) Die("%s: not a directory (%s)", path.c_str(), what);
+}
+
+// The installer looks for its translations beside itself, so they come from
+// beside the program that goes on the medium.
+std::string ToolDir(const BuildOptions &options) {
+    fs::path dir = fs::path(options.setupProgram).parent_path();
+    return dir.empty() ? "." : dir.string();
+}
+
 void CheckInput(const BuildOptions &options) {
     struct stat info;
     std::string pkg = options.package + "/pkg";
@@ -44,6 +58,9 @@ void CheckInput(const BuildOptions &options) {
     RequireFile(pkg + "/pkg.list", "the package list");
     RequireFile(options.setupProgram, "the installer program");
     RequireFile(options.helpFile, "the installer's help file");
+    std::string tool = ToolDir(options);
+    RequireFile(tool + "/trans.conf", "the installer's translation settings, beside --setup");
+    RequireDir(tool + "/db", "the installer's string databases, beside --setup");
     if (lstat(options.output.c_str(), &info) == 0)
         Die("%s: already exists", options.output.c_str());
     // The archive is made while the staging tree grows beside the output.
@@ -130,6 +147,53 @@ long FileBytes(const std::string &path) {
     return static_cast<long>(size);
 }
 
+// The entries of a directory by name, so that media come out the same each time.
+std::vector<fs::directory_entry> Entries(const std::string &dir) {
+    std::error_code error;
+    std::vector<fs::directory_entry> entries;
+    for (fs::directory_iterator it(dir, error), end; !error && it != end; it.increment(error))
+        entries.push_back(*it);
+    if (error) Die("%s: %s", dir.c_str(), error.message().c_str());
+    std::sort(entries.begin(), entries.end());
+    return entries;
+}
+
+bool IsDir(const fs::directory_entry &entry) {
+    std::error_code ignored;
+    return entry.is_directory(ignored);
+}
+
+// Copies the tree `from` to `to` under the medium's names; a DOS diskette
+// holds only files and directories.
+void CopyTree(const std::string &from, const std::string &to, const MediumNames &names) {
+    MakeDir(to);
+    for (const fs::directory_entry &entry : Entries(from)) {
+        std::string target = to + "/" + MediumName(names, entry.path().filename());
+        std::error_code ignored;
+        if (IsDir(entry))
+            CopyTree(entry.path(), target, names);
+        else if (entry.is_regular_file(ignored))
+            CopyFile(entry.path(), target);
+        else
+            Die("%s: neither a file nor a directory", entry.path().c_str());
+    }
+}
+
+long TreeOnDiskette(const std::string &dir) {
+    std::vector<std::string> names;
+    long bytes = 0;
+    for (const fs::directory_entry &entry : Entries(dir)) {
+        names.push_back(entry.path().filename());
+        bytes += IsDir(entry) ? TreeOnDiskette(entry.path()) : OnDiskette(FileBytes(entry.path()));
+    }
+    return bytes + DirectoryOnDiskette(names);
+}
+
+void CopyTranslations(const std::string &tool, const std::string &dir, const MediumNames &names) {
+    CopyFile(tool + "/trans.conf", dir + "/" + names.transConf);
+    CopyTree(tool + "/db", dir + "/" + names.db, names);
+}
+
 // Cuts the archive into its piece files, streaming: a site's pieces may be large.
 void WritePieces(const std::string &z, const std::vector<long> &pieces,
                  const std::vector<std::string> &paths) {
@@ -155,14 +219,21 @@ std::string DisketteDir(const std::string &medium, int n) {
 
 // Piece sizes for the options; ends the tool when the capacity cannot carry
 // the archive in a form the installer reads.
-std::vector<long> Plan(const BuildOptions &options, const MediumNames &names, long archive) {
+std::vector<long> Plan(const BuildOptions &options, const MediumNames &names, long archive,
+                       const std::string &program) {
     // The first diskette holds the program, its help file, installf.rom and the
     // two size files besides the disks file; a size file is one cluster.
     long firstFiles =
-        OnDiskette(FileBytes(options.setupProgram)) + OnDiskette(FileBytes(options.helpFile)) +
+        OnDiskette(FileBytes(program)) + OnDiskette(FileBytes(options.helpFile)) +
         OnDiskette(static_cast<long>(std::strlen(KindWord(options.kind)))) + 2 * kClusterSize;
+    // Every diskette: trans.conf and the db/ tree, whose subdirectories take
+    // clusters too. Names in the root directory cost nothing: it has a region
+    // of its own outside the capacity.
+    std::string tool = ToolDir(options);
+    long everyFiles = OnDiskette(FileBytes(tool + "/trans.conf")) + TreeOnDiskette(tool + "/db");
     std::string why;
-    std::vector<long> pieces = PlanPieces(names, archive, firstFiles, options.capacity, &why);
+    std::vector<long> pieces =
+        PlanPieces(names, archive, firstFiles, everyFiles, options.capacity, &why);
     if (pieces.empty()) Die("%s", why.c_str());
     int count = static_cast<int>(pieces.size());
     if (options.dosNames && count > kDosMaxPieces)
@@ -186,6 +257,14 @@ std::vector<std::string> PiecePaths(const std::string &medium, MediumKind kind,
     return paths;
 }
 
+// The site, or the diskette directories in order.
+std::vector<std::string> MediumDirs(const std::string &medium, MediumKind kind, int count) {
+    if (kind == MediumKind::Site) return {medium};
+    std::vector<std::string> dirs;
+    for (int n = 1; n <= count; ++n) dirs.push_back(DisketteDir(medium, n));
+    return dirs;
+}
+
 // The work directory at its fullest: every listed file copied in, the joined
 // .Z, the .tar made from it and the unpacked tree. uncompress removes the .Z
 // only after the .tar is whole, so both count.
@@ -198,6 +277,16 @@ long WorkNeed(const Sizes &sizes, const std::vector<std::string> &piecePaths,
     return work;
 }
 
+/// The program as a medium ships it: without its debugging information,
+/// which a development build carries and a diskette has no room for. A
+/// program objcopy cannot read (a script, say) goes as it is.
+std::string ShippedProgram(const std::string &program, const std::string &scratch) {
+    std::string stripped = scratch + "/setup";
+    std::string why;
+    if (RunProgram({"objcopy", "--strip-debug", program, stripped}, {}, &why)) return stripped;
+    return program;
+}
+
 }  // namespace
 
 void BuildMedium(const BuildOptions &options) {
@@ -207,16 +296,19 @@ void BuildMedium(const BuildOptions &options) {
     std::string scratch = staging + "/scratch", medium = staging + "/medium";
     MakeDir(scratch);
     MakeDir(medium);
+    std::string program = ShippedProgram(options.setupProgram, scratch);
 
     Sizes sizes = MakeArchive(options.package, scratch);
     std::string z = scratch + "/" + kZName;
 
-    std::vector<long> pieces = Plan(options, names, FileBytes(z));
+    std::vector<long> pieces = Plan(options, names, FileBytes(z), program);
     int count = static_cast<int>(pieces.size());
-    std::string first = options.kind == MediumKind::Site ? medium : DisketteDir(medium, 1);
     std::vector<std::string> piecePaths = PiecePaths(medium, options.kind, names, count);
     WritePieces(z, pieces, piecePaths);
-    CopyFile(options.setupProgram, first + "/" + names.setup);
+    std::vector<std::string> dirs = MediumDirs(medium, options.kind, count);
+    for (const std::string &dir : dirs) CopyTranslations(ToolDir(options), dir, names);
+    const std::string &first = dirs[0];
+    CopyFile(program, first + "/" + names.setup);
     CopyFile(options.helpFile, first + "/" + names.help);
     WriteText(first + "/" + names.disks, DisksText(names, count));
     WriteText(first + "/" + names.installf, KindWord(options.kind));

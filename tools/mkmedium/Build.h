@@ -9,7 +9,8 @@ struct BuildOptions {
     MediumKind kind = MediumKind::Site;
     bool dosNames = false;
     long capacity = kDefaultCapacity;
-    std::string setupProgram;  ///< the installer to copy; default <package>/setup
+    std::string setupProgram;  ///< the installer to copy; default <package>/setup; its
+                               ///< directory holds trans.conf and db/, copied too
     std::string helpFile;      ///< its help file; default <package>/setup.hlp
     std::string output;        ///< must not exist yet
     std::string package;       ///< holds pkg/pkg.list

@@ -25,19 +25,26 @@ bool IsFile(const std::string &path) {
     return stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
+bool IsDir(const std::string &path) {
+    struct stat info;
+    return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+}
+
 // A DOS diskette answers to either case of a name; a copy on disk may hold
 // either, so both are tried, the listed form first.
-std::string Find(const std::string &dir, const std::string &name) {
+std::string Find(const std::string &dir, const std::string &name,
+                 bool (*is)(const std::string &) = IsFile) {
     std::string lower = name, upper = name;
     for (char &c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     for (char &c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     for (const std::string &form : {name, lower, upper})
-        if (IsFile(dir + "/" + form)) return dir + "/" + form;
+        if (is(dir + "/" + form)) return dir + "/" + form;
     return {};
 }
 
-std::string Require(const std::string &dir, const std::string &name) {
-    std::string path = Find(dir, name);
+std::string Require(const std::string &dir, const std::string &name,
+                    bool (*is)(const std::string &) = IsFile) {
+    std::string path = Find(dir, name, is);
     if (path.empty()) Die("%s: %s missing", dir.c_str(), name.c_str());
     return path;
 }
@@ -159,6 +166,14 @@ void CheckListed(const std::vector<std::string> &where, const Lines &lines) {
     }
 }
 
+// The installer reads these from whichever diskette is in the drive.
+void CheckTranslations(const std::vector<std::string> &dirs) {
+    for (const std::string &dir : dirs) {
+        Require(dir, "trans.conf");
+        Require(dir, "db/", IsDir);
+    }
+}
+
 void CheckProgram(const std::string &dir) {
     std::string program = Require(dir, "setup");
     struct stat info;
@@ -233,6 +248,7 @@ void CheckMedium(std::vector<std::string> dirs) {
     std::vector<std::string> where = DirOfLine(kind, dirs, lines);
     CheckListed(where, lines);
     CheckProgram(first);
+    CheckTranslations(dirs);
     long isize = ReadSize(first, "isize"), tsize = ReadSize(first, "tsize");
 
     std::string scratch = MakeScratch();

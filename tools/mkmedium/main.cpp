@@ -9,19 +9,26 @@ cut into pieces pkg_tar.z1, pkg_tar.z2, ... sized for diskettes of BYTES
 (default 1457664, a 1.44 MB DOS diskette; files take whole 512-byte clusters).
 The medium also holds the disks file (the files of each diskette, one line per
 diskette, then "end_of_list"), isize, tsize, installf.rom, and copies of the
-installer and its help file.
+installer and its help file. The installer's trans.conf and string databases
+(the tree db/, e.g. db/fr_FR/CoreString.vdb), taken from the directory of the
+--setup program, go on the site and on every diskette, since the installer
+reads them from the drive whichever diskette is in it; the disks file does not
+list them.
 
   --site            one installation-site directory OUTDIR (the default)
   --diskettes       diskette directories OUTDIR/disk1, OUTDIR/disk2, ...: piece n
                     on diskette n, the other files on the first
   --dos             upper-case names as a DOS diskette shows them (PKG_TAR.Z1,
-                    DISKS, INSTALLF.ROM, ...); at most 99 pieces
+                    DISKS, INSTALLF.ROM, DB/FR_FR/CORESTRING.VDB, ...); at most
+                    99 pieces
   --capacity BYTES  bytes per diskette
-  --setup PATH      the installer program (default PKGDIR/setup)
+  --setup PATH      the installer program (default PKGDIR/setup); its directory
+                    must hold trans.conf and db/
   --help-file PATH  its help file (default PKGDIR/setup.hlp)
   -o OUTDIR         where the medium goes; it must not exist
   --check           verify a medium: a site directory, the diskette directories
-                    in order, or the OUTDIR of --diskettes
+                    in order, or the OUTDIR of --diskettes (each must also hold
+                    trans.conf and db/)
 
 Sizes, in the unit of `du -s` and `df` (1 KiB blocks here), as the installer's
 free-space check compares them:

@@ -14,11 +14,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -39,6 +41,69 @@ bool Drive::Start(bool empty) {
 
 namespace {
 
+// The largest FAT cluster: no file or directory takes more than its size
+// rounded up to it, whatever cluster size mkfs.vfat picks.
+constexpr long long kLargestCluster = 32768;
+// Boot sector, both FATs and the root directory of a small volume.
+constexpr long long kFatOverhead = 1 << 20;
+// A 1.44 MB diskette: smaller contents get a volume of a real diskette's size.
+constexpr long long kDisketteKiB = 1440;
+
+// Bytes for a FAT volume that holds the tree under `dir`, with room to spare.
+long long FatBytes(const std::string &dir) {
+    namespace fs = std::filesystem;
+    std::error_code error, ignored;
+    long long bytes = kFatOverhead;
+    for (fs::recursive_directory_iterator it(dir, error), end; !error && it != end;
+         it.increment(error)) {
+        long long size = it->is_regular_file(ignored) ? it->file_size(ignored) : 0;
+        bytes += (size / kLargestCluster + 1) * kLargestCluster;
+    }
+    // The FATs grow with the volume: two of them, up to 4 bytes per 512-byte cluster.
+    return error ? -1 : std::max(bytes + bytes / 64, kDisketteKiB * 1024);
+}
+
+// Writes a FAT image of the files and directories of `dir` (the diskette).
+bool MakeFatImage(const std::string &dir, const std::string &image) {
+    long long bytes = FatBytes(dir);
+    if (bytes < 0 ||
+        RunHostCommand({"mkfs.vfat", "-C", image, std::to_string(bytes / 1024)}, -1, true) != 0)
+        return false;
+    std::vector<std::string> entries;
+    std::error_code error, ignored;
+    for (std::filesystem::directory_iterator it(dir, error), end; !error && it != end;
+         it.increment(error))
+        if (it->is_regular_file(ignored) || it->is_directory(ignored))
+            entries.push_back(it->path());
+    if (error) return false;
+    if (entries.empty()) return true;
+    std::vector<std::string> copy{"mcopy", "-s", "-p", "-m", "-i", image};
+    copy.insert(copy.end(), entries.begin(), entries.end());
+    copy.push_back("::/");
+    // Names that a FAT cannot hold side by side ("disks" and "DISKS") fail here.
+    return RunHostCommand(copy, -1, true) == 0;
+}
+
+// Runs the FAT driver inside the sandbox, where the mount point is; the image
+// lies outside, so the driver gets it as an inherited open file.
+bool MountFat(const std::string &root, const std::string &image) {
+    int fd = open(image.c_str(), O_RDONLY);
+    if (fd < 0) return false;
+    bool ok = InsideSandbox(root, [&] {
+        int null = open("/dev/null", O_RDWR);
+        for (int standard = 0; null >= 0 && standard < 3; standard++) dup2(null, standard);
+        std::string path = "/proc/self/fd/" + std::to_string(fd);
+        // Read-only, and readable by every user as a DOS file system mounted by
+        // root is; fusefat exits once it has mounted and runs on as a daemon.
+        execlp("fusefat", "fusefat", "-s", "-o",
+               "ro,allow_other,umask=022,fsname=diskette,subtype=vfat", path.c_str(), kFloppy,
+               static_cast<char *>(nullptr));
+        return false;
+    });
+    close(fd);
+    return ok;
+}
+
 std::string InCase(std::string name, int (*convert)(int)) {
     for (char &c : name) c = static_cast<char>(convert(static_cast<unsigned char>(c)));
     return name;
@@ -58,39 +123,78 @@ bool CopyFileAt(int dirFd, const char *name, const std::string &to, mode_t mode)
     return ok;
 }
 
-// Fills the mount point with the diskette's files. Diskettes are DOS file
-// systems, which answer to a name in either case: the installer looks for
-// "disks" and "DISKS" alike, so each file is reachable under its own name and
-// under its all-lower and all-upper case names.
-bool FillDiskette(int dirFd) {
-    if (mount("diskette", kFloppy, "tmpfs", MS_NOSUID | MS_NODEV, "size=64m,mode=0755") != 0)
-        return false;
+// Copies the files and directories (not links to directories, which could
+// loop) of `dirFd` into `to`. Each name is reachable under its own spelling and
+// under its all-lower and all-upper case spellings, the most a plain file
+// system can do for the installer's "disks" and "DISKS".
+bool CopyTree(int dirFd, const std::string &to) {
     DIR *dir = fdopendir(dup(dirFd));
     if (!dir) return false;
     std::vector<std::string> names;
     bool ok = true;
     while (dirent *e = readdir(dir)) {
         struct stat st {};
-        if (fstatat(dirFd, e->d_name, &st, 0) != 0 || !S_ISREG(st.st_mode)) continue;
+        struct stat link {};
+        if (e->d_name[0] == '.' && (!e->d_name[1] || !std::strcmp(e->d_name, ".."))) continue;
+        if (fstatat(dirFd, e->d_name, &st, 0) != 0 ||
+            fstatat(dirFd, e->d_name, &link, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        std::string target = to + "/" + e->d_name;
+        if (S_ISREG(st.st_mode)) {
+            ok = ok && CopyFileAt(dirFd, e->d_name, target, st.st_mode);
+        } else if (S_ISDIR(link.st_mode)) {
+            int sub = openat(dirFd, e->d_name, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+            ok = ok && sub >= 0 && mkdir(target.c_str(), 0755) == 0 && CopyTree(sub, target);
+            if (sub >= 0) close(sub);
+        } else {
+            continue;
+        }
         names.push_back(e->d_name);
-        ok = ok && CopyFileAt(dirFd, e->d_name, std::string(kFloppy) + "/" + e->d_name, st.st_mode);
     }
     closedir(dir);
     for (const std::string &name : names) {
         for (const std::string &alias : {InCase(name, tolower), InCase(name, toupper)}) {
-            std::string path = std::string(kFloppy) + "/" + alias;
+            std::string path = to + "/" + alias;
             if (access(path.c_str(), F_OK) != 0 && symlink(name.c_str(), path.c_str()) != 0)
                 ok = false;
         }
     }
+    return ok;
+}
+
+bool FillDiskette(int dirFd) {
+    if (mount("diskette", kFloppy, "tmpfs", MS_NOSUID | MS_NODEV, "size=64m,mode=0755") != 0)
+        return false;
     // A diskette is read-only: the medium directory belongs to the real machine.
-    return ok && mount(nullptr, kFloppy, nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
+    return CopyTree(dirFd, kFloppy) &&
+           mount(nullptr, kFloppy, nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
 }
 
 }  // namespace
 
+// A DOS diskette is a FAT file system, which answers to a name in any case at
+// any depth: the installer asks for db/fr_FR/CoreString.vdb on a diskette that
+// lists DB/FR_FR/CORESTRING.VDB. The diskette becomes a FAT image served by
+// fusefat, a FAT driver in user space, as kernels in containers often lack
+// their own; without it the diskette is copied to a tmpfs.
 bool Drive::Load() {
-    int fd = open(queue_[next_].c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::string &dir = queue_[next_];
+    if (!LoadFat(dir) && !LoadCopy(dir)) return false;
+    loaded_ = true;
+    next_++;
+    return true;
+}
+
+bool Drive::LoadFat(const std::string &dir) {
+    std::string image = scratch_ + "/diskette" + std::to_string(next_) + ".img";
+    bool ok = MakeFatImage(dir, image) && MountFat(root_, image);
+    // The driver keeps the image open for as long as anything uses the diskette.
+    unlink(image.c_str());
+    return ok;
+}
+
+bool Drive::LoadCopy(const std::string &dir) {
+    int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return false;
     bool ok = InsideSandbox(root_, [&] {
         if (FillDiskette(fd)) return true;
@@ -98,10 +202,6 @@ bool Drive::Load() {
         return false;
     });
     close(fd);
-    if (ok) {
-        loaded_ = true;
-        next_++;
-    }
     return ok;
 }
 

@@ -7,11 +7,15 @@
 #include <vector>
 
 /// The drive, served by the rehearsal's pid 1 outside the chroot: a queue of
-/// diskette directories, one of which may be bound at /floppy/floppy0.
+/// diskette directories, one of which may be mounted at /floppy/floppy0.
 class Drive {
   public:
-    Drive(std::string root, std::vector<std::string> queue, int ejectFailures)
-        : root_(std::move(root)), queue_(std::move(queue)), ejectFailures_(ejectFailures) {}
+    /// `scratch`, outside the sandbox, holds the diskette images while they are made.
+    Drive(std::string root, std::string scratch, std::vector<std::string> queue, int ejectFailures)
+        : root_(std::move(root)),
+          scratch_(std::move(scratch)),
+          queue_(std::move(queue)),
+          ejectFailures_(ejectFailures) {}
 
     /// Loads the first diskette; false (with a "rehearse: ..." reason) when it cannot.
     bool Start(bool empty);
@@ -20,9 +24,12 @@ class Drive {
 
   private:
     bool Load();
+    bool LoadFat(const std::string &dir);
+    bool LoadCopy(const std::string &dir);
     std::string Eject();
 
     std::string root_;
+    std::string scratch_;
     std::vector<std::string> queue_;
     int ejectFailures_;
     size_t next_ = 0;

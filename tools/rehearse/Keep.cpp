@@ -1,4 +1,5 @@
 // Keeping a rehearsal's changes for inspection, and running host commands.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,13 +12,18 @@
 
 #include "Sandbox.h"
 
-int RunHostCommand(const std::vector<std::string> &argv, int out) {
+int RunHostCommand(const std::vector<std::string> &argv, int out, bool quiet) {
     std::vector<char *> args;
     for (const std::string &a : argv) args.push_back(const_cast<char *>(a.c_str()));
     args.push_back(nullptr);
     pid_t pid = fork();
     if (pid < 0) return -1;
     if (pid == 0) {
+        int null = quiet ? open("/dev/null", O_RDWR) : -1;
+        if (null >= 0) {
+            dup2(null, STDIN_FILENO), dup2(null, STDERR_FILENO);
+            if (out < 0) dup2(null, STDOUT_FILENO);
+        }
         if (out >= 0 && out != STDOUT_FILENO) dup2(out, STDOUT_FILENO);
         execvp(args[0], args.data());
         _exit(127);

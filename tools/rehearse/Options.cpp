@@ -52,8 +52,12 @@ directories beneath them.
   -h, --help             this text
 
 The diskette drive (any -f or --floppy-empty): /floppy/floppy0 shows the loaded
-diskette, read-only, and like a DOS file system answers to each of its names in
-lower and in upper case (the other case shows as a symbolic link). `eject -f`
+diskette read-only as a DOS file system: the directory is made into a FAT
+image (mkfs.vfat, mcopy) that fusefat serves, answering to any case of a name
+at any depth. Without those tools or /dev/fuse, or when the directory holds
+names a FAT cannot (two differing only in case), the diskette is copied to a
+tmpfs where each name answers only as given, in all lower and in all upper
+case (those show as symbolic links). `eject -f`
 (or plain `eject`) unloads it, even while a program started from it runs, and
 succeeds on an empty drive too; `eject -q` exits 0 when a diskette is loaded
 and 1 when not; `volcheck` loads the next diskette of the queue into an empty

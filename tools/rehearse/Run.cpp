@@ -269,7 +269,7 @@ int Rehearse(const Options &options, const std::string &stateDir, int signals) {
     int driveSocket = options.drive ? socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0) : -1;
     Sandbox box;
     if (!BuildSandbox(options, stateDir, box, driveSocket)) return kSetupFailure;
-    Drive drive(box.root, options.floppies, options.ejectFailures);
+    Drive drive(box.root, box.state, options.floppies, options.ejectFailures);
     if (options.drive && !drive.Start(options.floppyEmpty)) return kSetupFailure;
     SnapshotPlumbing(box);
     Identity id;

@@ -67,5 +67,6 @@ void WriteReport(const Sandbox &box, int out);
 bool KeepChanges(const Sandbox &box, const std::string &dir);
 
 /// Runs argv (host programs, outside the chroot) with stdout to `out` (-1:
-/// inherit); returns its exit status, or -1 when it cannot be run.
-int RunHostCommand(const std::vector<std::string> &argv, int out);
+/// inherit, or /dev/null when `quiet`), and with standard input and error on
+/// /dev/null when `quiet`; returns its exit status, or -1 when it cannot be run.
+int RunHostCommand(const std::vector<std::string> &argv, int out, bool quiet = false);

@@ -134,19 +134,43 @@ TEST_F(RehearseTest, UnusableSetupIsRefusedWithOneLine) {
     }
 }
 
-// Each file shows under its own name and its other-case alias, read-only.
+// The drive presents a diskette read-only, each top-level name in either case,
+// both as a FAT file system and, on a machine without the FAT tools (mkfs.vfat
+// lives in /usr/sbin), as the copy it falls back to.
 TEST_F(RehearseTest, DriveSwapsDiskettesOnEjectThenVolcheck) {
     Write(scratch / "one/pkg_tar.z1", "piece\n");
+    Write(scratch / "one/db/fr_FR/CoreString.vdb", "vdb\n");
     Write(scratch / "two/PKG_TAR.Z2", "piece\n");
-    Result r = Run({"-q", "-f", scratch / "one", "-f", scratch / "two", "--", "sh", "-c",
-                    "f=/floppy/floppy0; ls $f; cat $f/PKG_TAR.Z1; touch $f/x 2>/dev/null; "
-                    "echo touch $?; eject -q >> /tmp/Msg; echo loaded $?; eject -f >> /tmp/Msg; "
-                    "echo ejected $?; eject -q; echo loaded $?; ls $f; volcheck; ls $f; "
-                    "cat $f/pkg_tar.z2"});
-    EXPECT_EQ(r.out,
-              "PKG_TAR.Z1\npkg_tar.z1\npiece\ntouch 1\nloaded 0\nejected 0\nloaded 1\n"
-              "PKG_TAR.Z2\npkg_tar.z2\npiece\n");
+    std::string path = std::getenv("PATH");
+    for (std::string search : {path, std::string("/usr/bin:/bin")}) {
+        SCOPED_TRACE(search);
+        setenv("PATH", search.c_str(), 1);
+        Result r =
+            Run({"-q", "-f", scratch / "one", "-f", scratch / "two", "--", "sh", "-c",
+                 "f=/floppy/floppy0; l() { ls $f | tr a-z A-Z | sort -u; }; l; "
+                 "cat $f/PKG_TAR.Z1 $f/db/fr_FR/CoreString.vdb; touch $f/x 2>/dev/null; "
+                 "echo touch $?; eject -q >> /tmp/Msg; echo loaded $?; eject -f >> /tmp/Msg; "
+                 "echo ejected $?; eject -q; echo loaded $?; l; volcheck; l; "
+                 "cat $f/pkg_tar.z2"});
+        EXPECT_EQ(r.out,
+                  "DB\nPKG_TAR.Z1\npiece\nvdb\ntouch 1\nloaded 0\nejected 0\nloaded 1\n"
+                  "PKG_TAR.Z2\npiece\n");
+    }
+    setenv("PATH", path.c_str(), 1);
     EXPECT_FALSE(fs::exists(scratch / "one/x"));
+}
+
+// As a DOS file system does, at any depth and to any user.
+TEST_F(RehearseTest, DosDisketteAnswersToAnyCaseOfAName) {
+    if (std::system("{ command -v fusefat && command -v mkfs.vfat && command -v mcopy && "
+                    "test -c /dev/fuse; } >/dev/null") != 0)
+        GTEST_SKIP() << "no FAT tools (fusefat, mkfs.vfat, mcopy) or no /dev/fuse: the drive "
+                        "answers only to all-lower and all-upper case names";
+    Write(scratch / "dos/DB/FR_FR/CORESTRING.VDB", "vdb\n");
+    Write(scratch / "dos/TRANS.CONF", "conf\n");
+    Result r = Run({"-q", "-u", "nobody", "-f", scratch / "dos", "--", "cat",
+                    "/floppy/floppy0/db/fr_FR/CoreString.vdb", "/floppy/floppy0/trans.conf"});
+    EXPECT_EQ(r.out, "vdb\nconf\n") << r.err;
 }
 
 // While one rehearsal hangs, another beside it sees neither its stand-in nor its
