@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -24,6 +25,12 @@ inline std::string Slurp(const fs::path &p) {
 inline void Write(const fs::path &p, const std::string &text) {
     fs::create_directories(p.parent_path());
     std::ofstream(p, std::ios::binary) << text;
+}
+
+/// Makes `text` the program's standard input, through the file `p`.
+inline bool FeedStdin(const fs::path &p, const std::string &text) {
+    Write(p, text);
+    return std::freopen(p.c_str(), "r", stdin) != nullptr;
 }
 
 /// A fresh directory under `parent` (default /tmp), removed on destruction.

@@ -9,6 +9,7 @@
 
 #include "MemMgr.h"
 #include "NlsUtils.h"
+#include "BuiltInStrings.h"
 #include "TestFiles.h"
 #include "TextMenu.h"
 #include "TextMenuString.h"
@@ -47,18 +48,10 @@ class MenuStateTest : public ::testing::Test {
     std::string toolPath = dir.path().string();
 
     void SetUp() override {
-        // No string database in reach: the English texts built in answer.
-        unsetenv("LANG");
-        pToolPath = toolPath.data();
-        pNLSLang = pTransTable = nullptr;
-        pDrvCoreDB = nullptr;
-        testing::internal::CaptureStderr();  // the missing English database is said there
-        PutMem(TextMenuString(600));
-        testing::internal::GetCapturedStderr();
+        UseBuiltInStrings(toolPath);
     }
     void Answer(const std::string &text) {
-        testfiles::Write(dir / "answers", text);
-        ASSERT_NE(std::freopen((dir / "answers").c_str(), "r", stdin), nullptr);
+        ASSERT_TRUE(testfiles::FeedStdin(dir / "answers", text));
     }
 };
 

@@ -8,6 +8,7 @@
 
 #include "MemMgr.h"
 #include "NlsUtils.h"
+#include "BuiltInStrings.h"
 #include "TestFiles.h"
 #include "TextMenu.h"
 #include "TextMenuString.h"
@@ -33,13 +34,7 @@ class MenuValidateTest : public ::testing::Test {
     testfiles::TempDir tool;
     std::string toolPath = tool.path().string();
     void SetUp() override {
-        unsetenv("LANG");
-        pToolPath = toolPath.data();
-        pNLSLang = pTransTable = nullptr;
-        pDrvCoreDB = nullptr;
-        testing::internal::CaptureStderr();  // the missing English database is said there
-        PutMem(TextMenuString(600));
-        testing::internal::GetCapturedStderr();
+        UseBuiltInStrings(toolPath);
     }
 };
 

@@ -42,8 +42,7 @@ class SetupTest : public ::testing::Test {
     void TearDown() override { fs::remove("/tmp/" + name + ".log"); }
 
     void Answer(const std::string &text) {
-        Write(dir / "answers", text);
-        ASSERT_NE(std::freopen((dir / "answers").c_str(), "r", stdin), nullptr);
+        ASSERT_TRUE(testfiles::FeedStdin(dir / "answers", text));
     }
 };
 

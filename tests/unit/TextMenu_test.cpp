@@ -82,8 +82,7 @@ class TextMenuTest : public ::testing::Test {
     void TearDown() override { FreeMenu(&menu); }
 
     void Input(const std::string &text) {
-        Write(dir / "input", text);
-        ASSERT_NE(std::freopen((dir / "input").c_str(), "r", stdin), nullptr);
+        ASSERT_TRUE(testfiles::FeedStdin(dir / "input", text));
     }
 };
 

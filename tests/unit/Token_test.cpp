@@ -123,8 +123,7 @@ TEST_F(TokenTest, SortTokensSortsWordsInPlaceWithoutWritingPastTheList) {
 
 TEST_F(TokenTest, GetsSplitsLongLinesAndFillsWithFFAtEnd) {
     testfiles::TempDir dir;
-    testfiles::Write(dir / "in", "abcdef\nx\n");
-    ASSERT_NE(std::freopen((dir / "in").c_str(), "r", stdin), nullptr);
+    ASSERT_TRUE(testfiles::FeedStdin(dir / "in", "abcdef\nx\n"));
     char buf[8] = "#######";
     EXPECT_EQ(Gets(buf, 4), buf);
     EXPECT_EQ(std::string(buf, 5), std::string("abc\0#", 5));
