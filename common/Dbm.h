@@ -92,6 +92,7 @@ struct DbT {
     char loaded;         ///< a load was attempted
     int32_t type;        ///< DBT_NEW, DBT_PLAIN, DBT_HEADED
     void *index;         ///< keys to first records, built by the first search after a change
+    char *file;          ///< the file the name stands for, resolved once
 };
 
 constexpr uint32_t DBT_NOUPDATE = 2;

@@ -128,6 +128,7 @@ DbT *DbTOpen(const char *name, uint32_t mode) {
     auto *db = static_cast<DbT *>(GetMem(sizeof(DbT)));
     if (!db) return nullptr;
     db->name = SaveStr_(name);
+    db->file = DbTFileName(name);
     db->mode = mode;
     db->loaded = 0;
     DbTUpDate(db);
@@ -137,6 +138,7 @@ DbT *DbTOpen(const char *name, uint32_t mode) {
 void DbTClose(DbT *db) {
     if (!db) return;
     PutMem(db->index);
+    PutMem(db->file);
     PutMem(db->content);
     PutMem(db->name);
     PutMem(db);
@@ -144,17 +146,18 @@ void DbTClose(DbT *db) {
 
 void DbTUpDate(DbT *db) {
     if (!db || !db->name) return;
-    MemPtr<char> path(DbTFileName(db->name));
+    if (!db->file) db->file = DbTFileName(db->name);
+    const char *path = db->file;
     struct stat st;
     // stat alone answers whether the file is there: a directory listing on
     // every lookup would cost more than the lookup itself.
-    if (stat(path.get(), &st) != 0) return;
+    if (stat(path, &st) != 0) return;
     if (db->content && db->mtime == static_cast<int32_t>(st.st_mtime)) return;
     db->content = static_cast<unsigned char *>(PutMem(db->content));
     dbt::DropIndex(db);
     db->loaded = 1;
     long size = 0;
-    unsigned char *content = ReadWhole(path.get(), &size);
+    unsigned char *content = ReadWhole(path, &size);
     if (!content) {
         MakeEmpty(db);
         return;
