@@ -104,7 +104,17 @@ int RenameDataBase(const char *name, const char *from, const char *to) {
     MemPtr<char> directory(DbDirectory());
     MemPtr<char> oldName(SaveStr("%s.%s", name, from));
     MemPtr<char> newName(SaveStr("%s.%s", name, to));
-    return RenameFile(directory.get(), oldName.get(), newName.get());
+    int result = RenameFile(directory.get(), oldName.get(), newName.get());
+    MemPtr<char> renamed(SaveStr("%s/%s", directory.get(), newName.get()));
+    FlushDirectoryOf(renamed.get());
+    return result;
+}
+
+/// Closes the scratch file; false when its content did not reach the disk
+/// whole, so that it must not replace the database.
+bool CloseScratch(FilePtr &scratch) {
+    bool whole = FlushToDisk(scratch.get());
+    return std::fclose(scratch.release()) == 0 && whole;
 }
 
 void ReportWriteFailure(const char *name) {
@@ -150,7 +160,10 @@ int Rewrite(const char *name, const char *key, size_t keyLength, int *purged) {
     if (!fresh) return 0;
     *purged = PurgeRecord(name, old.get(), fresh.get(), key, keyLength);
     old.reset();
-    fresh.reset();
+    if (!CloseScratch(fresh) && *purged) {
+        ReportWriteFailure(name);
+        *purged = 0;
+    }
     if (*purged) RenameDataBase(name, "vdb_new", "vdb");
     return 1;
 }
@@ -180,7 +193,7 @@ int DbmPutRecord(const char *name, const char *key, const void *data, int length
         }
     }
     old.reset();
-    if (std::fclose(fresh.release()) != 0 && result) {
+    if (!CloseScratch(fresh) && result) {
         ReportWriteFailure(name);
         result = 0;
     }

@@ -126,16 +126,6 @@ bool WriteAll(int fd, const unsigned char *data, size_t size) {
     return true;
 }
 
-/// Flushes the directory entry of a rename; a directory that cannot be
-/// opened for that (some file systems) costs nothing but the guarantee.
-void SyncDirectory(const char *path) {
-    MemPtr<char> directory(SaveStr_(StripFn(path)));
-    int fd = open(directory.get(), O_RDONLY | O_DIRECTORY);
-    if (fd < 0) return;
-    fsync(fd);
-    close(fd);
-}
-
 char *JoinKeys(std::vector<char *, MemAllocator<char *>> &keys, const char *separator,
                const char *terminator) {
     if (keys.empty()) return nullptr;
@@ -237,7 +227,7 @@ int DbmTArchiveDb(DbT *db) {
         unlink(scratch.get());
         return 0;
     }
-    SyncDirectory(path.get());
+    FlushDirectoryOf(path.get());
     struct stat st;
     if (stat(path.get(), &st) == 0) db->mtime = static_cast<int32_t>(st.st_mtime);
     return 1;

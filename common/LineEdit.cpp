@@ -54,11 +54,19 @@ class Edit {
     void WriteByte(char c) { std::fputc(static_cast<unsigned char>(c), out_.get()); }
     FILE *Out() { return out_.get(); }
 
-    /// Closes both files and moves the copy over the original.
+    /// Closes both files and moves the copy over the original; a copy that
+    /// did not reach the disk whole is removed instead and the file stays.
     int Replace() {
         in_.reset();
+        bool whole = FlushToDisk(out_.get());
         out_.reset();
-        return ReplaceFileByCopy(name_, temp_);
+        if (!whole) {
+            std::remove(temp_);
+            return -1;
+        }
+        int result = ReplaceFileByCopy(name_, temp_);
+        FlushDirectoryOf(name_);
+        return result;
     }
 
   private:

@@ -126,8 +126,17 @@ int ReplaceFileByCopy(const char *file, const char *copy) {
 
 int ReplaceInputFile() {
     CloseStream(pIn);
+    // A copy that did not reach the disk whole must not take the file's
+    // place: the file stays as it was.
+    bool whole = FlushToDisk(pOut);
     CloseStream(pOut);
-    return ReplaceFileByCopy(Fn, FnOut);
+    if (!whole) {
+        std::remove(FnOut);
+        return -1;
+    }
+    int result = ReplaceFileByCopy(Fn, FnOut);
+    FlushDirectoryOf(Fn);
+    return result;
 }
 
 // ---- Existence

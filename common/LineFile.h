@@ -60,6 +60,22 @@ int ReplaceInputFile();
 /// result of the "mv". Neither is logged nor redirected.
 int ReplaceFileByCopy(const char *file, const char *copy);
 
+// ---- Durable replacement: a crash leaves the old file or the complete new one
+
+/// Flushes a stream and then its file to disk; 0 when either failed or the
+/// stream saw a write error.
+int FlushToDisk(FILE *file);
+/// Flushes the directory holding `path`, so that a rename into it lasts.
+void FlushDirectoryOf(const char *path);
+/// Opens a new file beside `path` (its name, "<path>.XXXXXX", goes to
+/// `scratch`) to write the replacement into; a symbolic link at `path` is
+/// followed. Null when it cannot be made.
+FILE *OpenReplacement(const char *path, char *scratch, size_t size);
+/// Sets the mode (when non-zero), flushes the replacement to disk, closes it
+/// and renames it over `path`, then flushes the directory. 1 when done; 0
+/// after any failure, with the scratch file removed and `path` untouched.
+int CommitReplacement(FILE *file, const char *scratch, const char *path, int permissions);
+
 // ---- Existence
 
 /// 1 when `name` is an entry of `directory` (through the directory file list).

@@ -118,7 +118,12 @@ void exit_app(int code) {
 
 int CreateTextFile(const char *path, const char *openMode, int permissions, const char *format,
                    ...) {
-    FILE *file = path && openMode ? std::fopen(path, openMode) : nullptr;
+    // Writing a file anew replaces it; appending keeps what is there.
+    bool replacing = openMode && openMode[0] == 'w';
+    char scratch[FN_SIZE + 16];
+    FILE *file = !path || !openMode ? nullptr
+                 : replacing        ? OpenReplacement(path, scratch, sizeof scratch)
+                                    : std::fopen(path, openMode);
     if (!file) {
         std::fprintf(stderr, COULDNT_OPEN, path ? path : "");
         return 0;
@@ -129,9 +134,10 @@ int CreateTextFile(const char *path, const char *openMode, int permissions, cons
         std::vfprintf(file, format, args);
         va_end(args);
     }
+    if (replacing) return CommitReplacement(file, scratch, path, permissions);
     if (permissions) fchmod(fileno(file), static_cast<mode_t>(permissions));
-    std::fclose(file);
-    return 1;
+    bool flushed = FlushToDisk(file);
+    return std::fclose(file) == 0 && flushed ? 1 : 0;
 }
 
 int CreateFile(const char *directory, const char *fileName, const char *mode, const char *owner,

@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <climits>
 #include <cstring>
 #include <string_view>
 
@@ -323,4 +324,15 @@ double CvtFloatFormat(double value, int fromUnit, int toUnit) {
     if (fromUnit == POINT && toUnit == CM) return value / POINTS_PER_INCH * CM_PER_INCH;
     if (fromUnit == CM && toUnit == POINT) return value / CM_PER_INCH * POINTS_PER_INCH;
     return value;
+}
+
+int PathFits(const char *path, int room) {
+    std::string_view rest(path ? path : "");
+    if (rest.size() + static_cast<size_t>(room > 0 ? room : 0) > PATH_MAX - 1) return 1;
+    while (!rest.empty()) {
+        size_t slash = rest.find('/');
+        if (rest.substr(0, slash).size() > NAME_MAX) return 2;
+        rest.remove_prefix(slash == std::string_view::npos ? rest.size() : slash + 1);
+    }
+    return 0;
 }

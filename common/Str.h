@@ -34,6 +34,11 @@ char *StrNStr(const char *haystack, const char *needle, int n);
 /// Deepest existing ancestor of `path` (allocated); *exactFlag = 1 when it is `path`.
 char *FindExistingPath(const char *path, int *exactFlag);
 
+/// Whether the system takes `path` with `room` more characters after it: 0
+/// yes, 1 the whole would pass PATH_MAX - 1 characters, 2 a name in it passes
+/// NAME_MAX.
+int PathFits(const char *path, int room);
+
 char *GetEnv(const char *name);  ///< allocated value, or null when unset
 char *GetHostname();
 char *GetUserName();                  ///< through `whoami`; null when it cannot run

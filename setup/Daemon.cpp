@@ -61,12 +61,14 @@ void AddDaemonToInitTab() {
     if (!FindFile(nullptr, pInitTabSave)) SysCmd(CMD_CP, 1, "%s %s", pInitTab, pInitTabSave);
     if (FILE *f = std::fopen(pInitTab, "at")) {
         std::fputs(entry.get() + 1, f);
+        FlushToDisk(f);
         std::fclose(f);
     }
 }
 
 int GenSimpleScript(const char *path, const char *shellLine, const char *tmpl, ...) {
-    FILE *f = std::fopen(path, "wt");
+    char scratch[FN_SIZE + 16];
+    FILE *f = OpenReplacement(path, scratch, sizeof scratch);
     if (!f) return 0;
     std::fprintf(f, "%s\n", shellLine);
     std::fprintf(f, ScriptCopyRight, CurrentYear());
@@ -74,7 +76,7 @@ int GenSimpleScript(const char *path, const char *shellLine, const char *tmpl, .
     va_start(args, tmpl);
     std::vfprintf(f, tmpl, args);
     va_end(args);
-    std::fclose(f);
+    if (!CommitReplacement(f, scratch, path, 0)) return 0;
     return SysCmd(CMD_CHMOD, 0, "755 %s", path);
 }
 

@@ -285,6 +285,23 @@ int Install() {
     return 0;
 }
 
+int DirectoryFits(const char *directory) {
+    int problem = PathFits(directory, DIRECTORY_ROOM);
+    if (!problem) return 1;
+    // A path of thousands of characters is shown by its two ends.
+    char shown[80];
+    size_t length = std::strlen(directory);
+    if (length > 60)
+        std::snprintf(shown, sizeof shown, "%.40s...%s", directory, directory + length - 16);
+    else
+        std::snprintf(shown, sizeof shown, "%s", directory);
+    std::fprintf(stderr, "ERROR: ");
+    std::fprintf(stderr, NlsSetupStrCvt(problem == 1 ? 71 : 72), shown,
+                 problem == 1 ? PATH_MAX - 1 : NAME_MAX);
+    std::fprintf(stderr, "\n");
+    return 0;
+}
+
 char *LocatePreviousInstallation() {
     char launcher[64];
     std::snprintf(launcher, sizeof launcher, "/bin/%sprint", "pelnor");
@@ -325,10 +342,18 @@ int GetDirName(const char *const *info, const char *defaultDir, int offerPreviou
         std::fflush(stdout);
         // End of input counts as the empty answer: keep what is shown.
         if (!std::fgets(answer, sizeof answer, stdin)) break;
+        bool whole = std::strchr(answer, '\n') || std::feof(stdin);
         answer[std::strcspn(answer, "\r\n")] = '\0';
+        if (!whole) {
+            // Longer than any path the system takes: the rest of the line is
+            // dropped rather than read as the next answer.
+            for (int c = std::getchar(); c != '\n' && c != EOF;) c = std::getchar();
+            DirectoryFits(answer);
+            continue;
+        }
         if (answer[0] == '\0') break;
         if (answer[0] == '/') {
-            std::snprintf(Name, sizeof Name, "%s", answer);
+            if (DirectoryFits(answer)) std::snprintf(Name, sizeof Name, "%s", answer);
             continue;
         }
         Say(9);

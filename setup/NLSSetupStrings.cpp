@@ -89,6 +89,8 @@ NlsTable NLS_ENGLISH = {
     /* 68 */ "1.  Wait 30 seconds for these processes to terminate\n",
     /* 69 */ "2.  Quit the installation\n",
     /* 70 */ "\nEnter a selection:  ",
+    /* 71 */ "The directory %s is too long: the package's files in it would have paths longer than the %d characters the system accepts",
+    /* 72 */ "A name in the directory %s is longer than the %d characters the system accepts",
 };
 
 NlsTable NLS_SPANISH = {
@@ -163,6 +165,8 @@ NlsTable NLS_SPANISH = {
     /* 68 */ "1.  Esperar 30 segundos a que terminen estos procesos\n",
     /* 69 */ "2.  Salir de la instalación\n",
     /* 70 */ "\nSeleccione una opción:  ",
+    /* 71 */ "El directorio %s es demasiado largo: los archivos del paquete tendrían en él rutas de más de los %d caracteres que admite el sistema",
+    /* 72 */ "Un nombre del directorio %s tiene más de los %d caracteres que admite el sistema",
 };
 
 NlsTable NLS_ITALIAN = {
@@ -237,6 +241,8 @@ NlsTable NLS_ITALIAN = {
     /* 68 */ "1.  Attendere 30 secondi che questi processi terminino\n",
     /* 69 */ "2.  Uscire dall'installazione\n",
     /* 70 */ "\nImmettere una scelta:  ",
+    /* 71 */ "La directory %s è troppo lunga: i file del pacchetto vi avrebbero percorsi più lunghi dei %d caratteri ammessi dal sistema",
+    /* 72 */ "Un nome nella directory %s supera i %d caratteri ammessi dal sistema",
 };
 
 NlsTable NLS_FRENCH = {
@@ -311,6 +317,8 @@ NlsTable NLS_FRENCH = {
     /* 68 */ "1.  Attendre 30 secondes la fin de ces processus\n",
     /* 69 */ "2.  Quitter l'installation\n",
     /* 70 */ "\nEntrez votre choix :  ",
+    /* 71 */ "Le répertoire %s est trop long : les fichiers du paquet y auraient des chemins de plus des %d caractères admis par le système",
+    /* 72 */ "Un nom du répertoire %s dépasse les %d caractères admis par le système",
 };
 
 NlsTable NLS_GERMAN = {
@@ -385,6 +393,8 @@ NlsTable NLS_GERMAN = {
     /* 68 */ "1.  30 Sekunden warten, bis diese Prozesse beendet sind\n",
     /* 69 */ "2.  Die Installation abbrechen\n",
     /* 70 */ "\nTreffen Sie eine Auswahl:  ",
+    /* 71 */ "Das Verzeichnis %s ist zu lang: Die Dateien des Pakets hätten darin Pfade mit mehr als den %d Zeichen, die das System zulässt",
+    /* 72 */ "Ein Name im Verzeichnis %s ist länger als die %d Zeichen, die das System zulässt",
 };
 
 NlsTable NLS_PORTUGUESE = {
@@ -459,6 +469,8 @@ NlsTable NLS_PORTUGUESE = {
     /* 68 */ "1.  Aguardar 30 segundos até que esses processos terminem\n",
     /* 69 */ "2.  Sair da instalação\n",
     /* 70 */ "\nDigite uma opção:  ",
+    /* 71 */ "O diretório %s é longo demais: os arquivos do pacote teriam nele caminhos maiores que os %d caracteres aceitos pelo sistema",
+    /* 72 */ "Um nome no diretório %s tem mais que os %d caracteres aceitos pelo sistema",
 };
 
 // clang-format on

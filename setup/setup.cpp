@@ -48,6 +48,7 @@ void FillInfoTexts() {
 }
 
 void UseWorkArea(char *directory) {
+    if (!DirectoryFits(directory)) std::exit(1);
     pTmpDir = directory;
     pOrvelInstallDir = SaveStr("%s/%sInstall", directory, COMPANY);
     if (!FindFile(directory, "")) {
@@ -116,6 +117,9 @@ int SetupMain(int argc, char **argv) {
     InitSysCmdList();
     FillInfoTexts();
     WalkArguments(argc, argv, flags);
+    // Refused before anything is written: a path cut short would put the
+    // package somewhere nobody asked for.
+    if (pInstallDir && !DirectoryFits(pInstallDir)) std::exit(1);
     if (!flMenu && !pInstallDir) {
         char *previous = LocatePreviousInstallation();
         pInstallDir = previous ? previous : const_cast<char *>("/opt");

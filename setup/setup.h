@@ -1,6 +1,8 @@
 // The installer's shared state and its modules' entry points.
 #pragma once
 
+#include <climits>
+
 #include "SysCmd.h"
 #include "TextMenu.h"
 #include "setupString.h"
@@ -10,8 +12,13 @@ constexpr const char *SETUP_VERSION = "3.00.92";
 constexpr const char *COMPANY = "Orvel";         ///< vendor directory under the base
 constexpr const char *PRODUCT_DIR = "pnzz";      ///< package directory under the vendor's
 constexpr const char *ARCHIVE_NAME = "SGIPnzz";  ///< archive and site name stem
-constexpr int APPDIR_SIZE = 1024;
-constexpr int NAME_SIZE = 1024;
+// Any path the system takes fits: a longer one is refused, never cut.
+constexpr int APPDIR_SIZE = PATH_MAX;
+constexpr int NAME_SIZE = PATH_MAX;
+/// What a chosen directory must leave room for: the program's own
+/// subdirectories ("/Orvel/pnzz/", "/OrvelInstall/pkg/", "/SGIPnzzInstall/")
+/// and a file name of the longest kind.
+constexpr int DIRECTORY_ROOM = 32 + NAME_MAX;
 
 extern char *pInitTabSave;      ///< /etc/inittab.OrvelSave
 extern char *pOrvelInstallDir;  ///< private work directory, /tmp/OrvelInstall
@@ -58,6 +65,10 @@ int QuitForRunningProcesses(const char *processList);
 int TestConfigFlag(const char *directory, const char *name);
 /// Writes <AppDir>/.pn_cfg with the host's print system.
 void WriteConfigFlags();
+
+/// 1 when `directory` leaves DIRECTORY_ROOM for the package; otherwise says
+/// why on standard error ("ERROR: ...") and gives 0.
+int DirectoryFits(const char *directory);
 
 // Installation site and diskettes.
 int GenInstallSite();

@@ -1,8 +1,8 @@
-// The installer's message catalogue: six tables of 71 messages, one per
+// The installer's message catalogue: six tables of 73 messages, one per
 // language, chosen once from LANG.
 #pragma once
 
-constexpr int NLS_MESSAGES = 71;
+constexpr int NLS_MESSAGES = 73;
 
 using NlsTable = const char *const[NLS_MESSAGES];
 

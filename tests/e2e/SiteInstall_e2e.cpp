@@ -159,3 +159,40 @@ TEST_F(SiteInstallTest, DamagedArchiveEndsWithAnErrorAndStatusOne) {
 
 }  // namespace
 }  // namespace e2e
+
+namespace e2e {
+namespace {
+
+/// An absolute directory of about `length` characters, in names of 99.
+std::string LongDirectory(size_t length, size_t nameLength = 99) {
+    std::string dir = "/srv";
+    while (dir.size() < length) dir += "/" + std::string(nameLength, 'd');
+    return dir;
+}
+
+TEST_F(SiteInstallTest, LongInstallationDirectoriesInstallWholeOrAreRefusedFirst) {
+    std::string site = SmallSite();
+    std::string base = LongDirectory(2000);
+    Outcome o = Rehearse({}, {site + "/setup", "install", base});
+    ASSERT_EQ(o.status, 0) << o.err;
+    EXPECT_EQ(o.Text(base + "/Orvel/pnzz/readme"), "small package\n");
+    EXPECT_EQ(o.Text(base + "/Orvel/pnzz/pnqadmin.calls"), "-upgrade\n-clean\n");
+
+    struct {
+        std::string base;
+        const char *why;
+    } refused[] = {{LongDirectory(3900), "is too long"},
+                   {"/srv/" + std::string(300, 'n'), "is longer than the 255 characters"}};
+    for (const auto &r : refused) {
+        Outcome no = Rehearse({}, {site + "/setup", "install", r.base});
+        EXPECT_EQ(no.status, 1);
+        EXPECT_EQ(no.err.rfind("ERROR: ", 0), 0u) << no.err;
+        EXPECT_NE(no.err.find(r.why), std::string::npos) << no.err;
+        EXPECT_FALSE(no.Has("/tmp/OrvelInstall"));
+        EXPECT_FALSE(no.Has("/srv"));
+        EXPECT_EQ(no.Text("/tmp/setup.log").find(" -c "), std::string::npos);  // no command ran
+    }
+}
+
+}  // namespace
+}  // namespace e2e
