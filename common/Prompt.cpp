@@ -20,7 +20,7 @@ int PromptYN(const char *question, ...) {
         std::vprintf(format, args);
         va_end(args);
         std::fflush(stdout);
-        Gets(LineBuf, LINEBUF_SIZE);
+        GetsLine(LineBuf, LINEBUF_SIZE);
         // Exact and case-sensitive by design: "Y" asks again.
         if (LineBuf[0] == 'y') return 1;
         if (LineBuf[0] == 'n') return 0;
@@ -36,7 +36,7 @@ void PostMsg(const char *format, ...) {
     }
     Nlsfprintf(stdout, OpenCoreStrings(), NLS_MENU_GROUP, 1001);
     std::fflush(stdout);
-    Gets(LineBuf, LINEBUF_SIZE);
+    GetsLine(LineBuf, LINEBUF_SIZE);
 }
 
 char *PromptUser(const char *prompt, ...) {
@@ -52,12 +52,12 @@ char *PromptUser(const char *prompt, ...) {
     va_end(args);
     std::fflush(stdout);
     if (buffer) {
-        Gets(buffer, LINEBUF_SIZE);
+        GetsLine(buffer, LINEBUF_SIZE);
         if (std::feof(stdin)) buffer[0] = '\0';
         return buffer;
     }
     char line[1024];
-    Gets(line, sizeof line);
+    GetsLine(line, sizeof line);
     if (std::feof(stdin)) line[0] = '\0';
     return SaveStr("%s", line);
 }

@@ -52,7 +52,7 @@ bool ReadValue(const MENUITEM &item, const char *option) {
     } else {
         std::printf("%s: ", item.prompt ? item.prompt : "");
         std::fflush(stdout);
-        Gets(LineBuf, LINEBUF_SIZE);
+        GetsLine(LineBuf, LINEBUF_SIZE);
         // End of input answers nothing; the menu then ends at its next read.
         if (InputEnded() || LineBuf[0] == '\0') return false;
     }
@@ -179,7 +179,7 @@ int FindSelection(MENU *menu, char *line, int count) {
     if (c == 's' && (menu->flags & MENUFLAG_STOREASK)) {
         std::printf("Enter the settings file name: ");
         std::fflush(stdout);
-        Gets(LineBuf, LINEBUF_SIZE);
+        GetsLine(LineBuf, LINEBUF_SIZE);
         if (InputEnded() || ValidateEntry(LineBuf, SETTINGS_NAME_FORMAT) != 0) return 0;
         StoreTo(menu, LineBuf);
         return 0;
@@ -221,7 +221,7 @@ int TestNames(MENU *menu) {
         MemPtr<char> text(TextMenuString(1011));
         std::printf("%s", text.get());
         std::fflush(stdout);
-        Gets(LineBuf, LINEBUF_SIZE);
+        GetsLine(LineBuf, LINEBUF_SIZE);
         return 0;
     }
     return 1;
@@ -295,7 +295,7 @@ int RunMenu(MENU *menu, const char *settingsFile, int interactive) {
     bool changed = false;
     for (;;) {
         int count = PrintMenu(menu, longest, titleLength);
-        Gets(LineBuf, LINEBUF_SIZE);
+        GetsLine(LineBuf, LINEBUF_SIZE);
         if (InputEnded()) {
             MemPtr<char> text(TextMenuString(1016));
             SysError("%s", text.get());

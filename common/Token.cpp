@@ -133,6 +133,14 @@ char *Gets(char *buffer, int size) {
     return buffer;
 }
 
+char *GetsLine(char *buffer, int size) {
+    Gets(buffer, size);
+    // Gets stops short of the line end only when the buffer is full.
+    if (buffer && size > 1 && std::strlen(buffer) == static_cast<size_t>(size) - 1 && !std::feof(stdin))
+        for (int c = std::getchar(); c != '\n' && c != EOF;) c = std::getchar();
+    return buffer;
+}
+
 void SetTokenBuf(char *string) {
     szTokenIn = tokenCursor = string;
 }

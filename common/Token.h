@@ -19,6 +19,9 @@ extern char chTokenDel;                     ///< last delimiter met by the last 
 /// Reads one line of standard input (newline dropped) into `buffer`; at end of
 /// input the line fills with 0xFF bytes. Returns `buffer`.
 char *Gets(char *buffer, int size);
+/// Gets for one typed answer: a line longer than the buffer is cut and the
+/// rest of it dropped, so that it is never read as the next answer.
+char *GetsLine(char *buffer, int size);
 /// Sets both szTokenIn and the cursor to `string`.
 void SetTokenBuf(char *string);
 /// The cursor: the next character GetToken examines.
