@@ -3,6 +3,8 @@
 #include "SysCmd.h"
 
 #include <gtest/gtest.h>
+
+#include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -65,6 +67,19 @@ TEST_F(SysCmdTest, DefaultDirectoriesWinOverPathAndMissingCommandsEnd) {
     EXPECT_EQ(FillCmdPath(CMD_NONE1), 0) << "an empty name must not match the directory";
     EXPECT_EXIT(SysCmd(CMD_PIOMKPQ, 1, "%s", ""), ::testing::ExitedWithCode(0),
                 "^ERROR: unable to locate system command 'piomkpq'\n$");
+    // Every command has the first directory, in search order, whose listing
+    // names it: a dangling link counts, a name only elsewhere does not.
+    symlink("/nonexistent", Path("lpadmin").c_str());
+    ResetSysCmdList();
+    InitSysCmdList();
+    std::string order = std::string("/usr/bin:/usr/ucb:/usr/sbin:/bin:/sbin:/usr/lib:/usr/lib/print:") + dir;
+    for (int i = 2; ComList[i].name; ++i) {
+        std::string first;
+        std::stringstream dirs(order);
+        for (std::string d; first.empty() && std::getline(dirs, d, ':');)
+            if (FindFile(d.c_str(), ComList[i].name)) first = d;
+        EXPECT_EQ(ComList[i].path ? ComList[i].path : "", first) << ComList[i].name;
+    }
     setenv("PATH", path.c_str(), 1);
 }
 
