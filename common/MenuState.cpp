@@ -27,6 +27,7 @@
 
 #include "TextMenu.h"
 #include "TextMenuString.h"
+#include "TtyScreen.h"
 #include "utils.h"
 
 namespace {
@@ -418,6 +419,19 @@ bool IsBlank(const char *text) {
     return !text || std::string_view(text).find_first_not_of(" \t\r\n") == std::string_view::npos;
 }
 
+/// The pick screen's answers follow the chooser's own rules.
+long AnswerLine(MENUITEM *item, const char *line) {
+    return Answer(item, line);
+}
+
+/// The line-mode chooser: the line typed, "c" at end of input.
+std::string_view AskByLine(MENUITEM *item) {
+    ShowChoices(item);
+    GetsLine(LineBuf, LINEBUF_SIZE);
+    static constexpr char kCancel[] = {MENUVAL_CANCEL, '\0'};
+    return std::feof(stdin) ? kCancel : LineBuf;
+}
+
 }  // namespace
 
 int TestStateCondition(MENU *menu, const char *condition, int index) {
@@ -455,15 +469,12 @@ void ProcessStateFormat(MENU *menu, int index) {
 int ProcessStateValue(MENU *menu, int index, char *option) {
     MENUITEM *item = ItemAt(menu, index);
     if (!IsChoiceItem(item) || !item->choices) return 0;
-    std::string_view answer = option ? option : "";
-    if (IsBlank(option)) {
-        ShowChoices(item);
-        Gets(LineBuf, LINEBUF_SIZE);
-        static constexpr char kCancel[] = {MENUVAL_CANCEL, '\0'};
-        answer = std::feof(stdin) ? kCancel : LineBuf;
-    }
     long before = item->value.number;
-    long after = Answer(item, answer);
+    long after = before;
+    if (!IsBlank(option))
+        after = Answer(item, option);
+    else if (!PrintPickOneManyScreen(menu, index, Label(item), AnswerLine, &after))
+        after = Answer(item, AskByLine(item));
     if (after == before) return 0;
     item->savedValue.number = before;
     item->value.number = after;

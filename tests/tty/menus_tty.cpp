@@ -67,9 +67,9 @@ TEST_F(MenusTty, TypedValuesAndChoicesShowInTheList) {
         {"4 0.5", nullptr, nullptr, "Margin", "[0.500]"},
         {"5", nullptr, nullptr, "Orientation", "[2. Landscape]"},
         {"5", nullptr, nullptr, "Orientation", "[1. Portrait]"},
-        {"6", "default:", "3", "Paper size", "[3. A4]"},
+        {"6", "default:", "3 s", "Paper size", "[3. A4]"},
         {"7 1", nullptr, nullptr, "Options", "[1]"},
-        {"7", "default:", "3", "Options", "[1,3]"},
+        {"7", "default:", "3 s", "Options", "[1,3]"},
         {"7 1", nullptr, nullptr, "Options", "[3]"},
     };
     for (auto &step : steps) {

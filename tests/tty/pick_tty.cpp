@@ -1,0 +1,75 @@
+// The pick screen of the example program `menus`: "Paper size" picks one of
+// four choices, "Options" switches any of three; on a terminal too small the
+// numbered lines ask instead.
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "TestFiles.h"
+#include "Tmux.h"
+
+namespace {
+
+const std::string kMenus = "LANG=en_US exec " MENUS_BINARY;
+const char *kAtMenu = "exit:";  // the menu prompt wraps at narrow widths
+const char *kAtPick = "restores the default:";
+
+class PickTty : public ::testing::Test {
+  protected:
+    testfiles::TempDir dir;
+    std::unique_ptr<tty::Session> tty;
+
+    void Start(int columns, int rows) {
+        if (!tty::TmuxAvailable())
+            GTEST_SKIP() << "tmux is not installed; the terminal tests need it";
+        tty = std::make_unique<tty::Session>(kMenus, dir.path().string(), columns, rows);
+        ASSERT_TRUE(tty->Started());
+        ASSERT_TRUE(tty->WaitForInput(kAtMenu)) << tty->Screen();
+    }
+};
+
+TEST_F(PickTty, NumbersPickOrSwitchAndLettersKeepCancelOrRestore) {
+    Start(80, 24);
+    if (IsSkipped() || HasFatalFailure()) return;
+    const std::string dashes(33, '-');
+    struct {
+        const char *typed, *prompt;
+        std::string shown;
+    } steps[] = {
+        {"6", kAtPick, "+" + dashes + " Paper size " + dashes + "+\n|"},
+        {"3", kAtPick, "|  (*)  3) A4" + std::string(66, ' ') + "|"},
+        {"c", kAtMenu, "Paper size ...... [1. Letter]"},
+        {"6", kAtPick, "(*)  1) Letter"},
+        {"4", kAtPick, "(*)  4) A5"},
+        {"d", kAtPick, "(*)  1) Letter"},
+        {"2", kAtPick, "(*)  2) Legal"},
+        {"s", kAtMenu, "Paper size ...... [2. Legal]"},
+        {"7", kAtPick, "+" + std::string(78, '-') + "+\nNumber to switch on or off;"},
+        {"1 3", kAtPick, "[x]  3) Banner page"},
+        {"s", kAtMenu, "Options ......... [1,3]"},
+        {"7", kAtPick, "[x]  1) Duplex"},
+        {"d", kAtPick, "[ ]  1) Duplex"},
+        {"s", kAtMenu, "Options ......... [none]"},
+    };
+    for (const auto &step : steps) {
+        tty->Type(step.typed);
+        EXPECT_TRUE(tty->WaitFor(step.shown)) << step.typed << "\n" << tty->Screen();
+        ASSERT_TRUE(tty->WaitForInput(step.prompt)) << step.typed << "\n" << tty->Screen();
+    }
+}
+
+TEST_F(PickTty, TooSmallATerminalSaysSoAndAsksLineByLine) {
+    Start(38, 12);
+    if (IsSkipped() || HasFatalFailure()) return;
+    tty->Type("6");
+    ASSERT_TRUE(tty->WaitForInput("default:")) << tty->Screen();
+    std::string screen = tty->Screen();
+    for (const char *shown : {"The terminal (38x12) is too small", "\n* 1) Letter\n", "\n  4) A5\n",
+                              "Enter a choice number"})
+        EXPECT_NE(screen.find(shown), std::string::npos) << shown << "\n" << screen;
+    EXPECT_EQ(screen.find("(*)"), std::string::npos) << screen;
+    tty->Type("3");
+    EXPECT_TRUE(tty->WaitForInput(kAtMenu)) << tty->Screen();
+}
+
+}  // namespace
