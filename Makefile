@@ -4,7 +4,7 @@ JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 DEB_PKGS = g++ cmake make libgtest-dev libbenchmark-dev libncurses-dev ncompress tar procps util-linux diffutils \
            dosfstools mtools fusefat tmux
 
-.PHONY: all deps configure build test demo clean
+.PHONY: all deps configure build test demo fuzz clean
 
 all: build
 
@@ -27,6 +27,13 @@ build: configure
 
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+# The libFuzzer harnesses, built with clang in their own directory (the
+# script installs clang when missing), each run FUZZ_SECONDS from its seeds.
+FUZZ_SECONDS ?= 60
+FUZZ_BUILD   ?= build-fuzz
+fuzz:
+	sh tests/fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
 
 # Goes as far as it can: the script says which pieces are missing.
 demo: configure

@@ -160,6 +160,9 @@ void DbTUpDate(DbT *db) {
     unsigned char *content = ReadWhole(path, &size);
     if (!content) {
         MakeEmpty(db);
+        // Loaded as it is, so read again only when it changes: a reload
+        // on every lookup would drop the records added in memory.
+        db->mtime = static_cast<int32_t>(st.st_mtime);
         return;
     }
     db->content = content;

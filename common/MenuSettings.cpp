@@ -1,5 +1,7 @@
 // Settings files: a menu's values written one line per item, with sub-menus
 // as "<index>{" ... "}" blocks, and read back to replay a configuration.
+#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -32,7 +34,18 @@ int ValueKind(int type) {
     }
 }
 
+/// The number at the start of `text` as strtol reads it (0, with `*end` at
+/// `text`, when there is none); false when no int holds it, where sscanf
+/// and atoi would be undefined.
+bool ReadInt(const char *text, int base, long *value, char **end) {
+    errno = 0;
+    *value = std::strtol(text, end, base);
+    return errno != ERANGE && *value >= INT_MIN && *value <= INT_MAX;
+}
+
 void SetValue(MENUITEM &item, const char *word, int storedType) {
+    char *end = nullptr;
+    long number = 0;
     switch (item.type) {
     case MENU_NAME:
     case MENU_STRING:
@@ -40,7 +53,8 @@ void SetValue(MENUITEM &item, const char *word, int storedType) {
         break;
     case MENU_PICKONE:
     case MENU_INT:
-        item.value.number = std::atoi(word);
+        if (!ReadInt(word, 10, &number, &end)) return;  // no value of the item: kept as it is
+        item.value.number = number;
         break;
     case MENU_FLOAT:
         item.value.real = static_cast<float>(std::atof(word));
@@ -96,15 +110,19 @@ void LoadMenu(MENU *menu) {
             if (apply && apply->handler) apply->handler(menu, apply);
             return;
         }
-        int index = 0;
-        char mark = 0;
+        long index = 0;
+        char *end = nullptr;
+        if (!ReadInt(LineBuf, 10, &index, &end) || end == LineBuf || *end == '\0') continue;
+        char mark = *end;
         char word[LINEBUF_SIZE] = {};
-        if (std::sscanf(LineBuf, "%d%c%4095s", &index, &mark, word) < 2) continue;
+        if (std::sscanf(end + 1, "%4095s", word) != 1) word[0] = '\0';
         size_t length = std::strlen(word);
         if (length && word[length - 1] == ']') word[length - 1] = '\0';
         // A line naming no item of this menu is somebody else's: skipped.
         if (index < 0 || index >= count) continue;
-        if (mark == '{') {
+        // Only a sub-menu item holds menus: any other item's value read as
+        // one would point anywhere.
+        if (mark == '{' && menu->items[index].type == MENU_SUBMENU) {
             if (MENU *sub = ValidateMenu(menu, index)) {
                 LoadMenu(sub);
                 continue;
@@ -112,11 +130,14 @@ void LoadMenu(MENU *menu) {
         }
         const char *bracket = std::strchr(LineBuf, ']');
         if (!bracket || bracket[1] == '\0') continue;
-        int storedType = 0;
-        int state = 0;
-        if (std::sscanf(bracket + 1, "%i %i", &storedType, &state) != 2) continue;
+        long storedType = 0;
+        long state = 0;
+        char *typeEnd = nullptr;
+        if (!ReadInt(bracket + 1, 0, &storedType, &typeEnd) || typeEnd == bracket + 1 ||
+            !ReadInt(typeEnd, 0, &state, &end) || end == typeEnd)
+            continue;
         MENUITEM &item = menu->items[index];
-        item.state = state;
-        SetValue(item, word, storedType);
+        item.state = static_cast<int32_t>(state);
+        SetValue(item, word, static_cast<int>(storedType));
     }
 }

@@ -7,7 +7,7 @@ constexpr const char *kUsage = R"(usage: menus
 Shows the settings of one print queue as a numbered menu. Type an item's
 number to change it, or the number and the new value on one line; a letter
 selects the item shown with it; "s" stores the settings in a file of the
-current directory; Return leaves.
+current directory; "h" shows help; Return leaves.
 
   --apply FILE  loads the settings stored in FILE and prints the resulting
                 configuration, without asking anything
@@ -28,6 +28,46 @@ Exit status: 0 done; 1 FILE cannot be read; 2 a usage error.
 #include "utils.h"
 
 namespace {
+
+// What "h" shows at the queue menu: the engine hands it to the help viewer.
+constexpr const char *kHelp = R"(<html><head><title>Printer Queue Settings Help</title></head>
+<body>
+<h1>Printer Queue Settings</h1>
+<p>This menu sets up one print queue. Type the number of an item to change
+it, or the number and the new value on one line, such as <code>3 2</code>
+for two copies.</p>
+<ul>
+<li><a href="#items">The items</a></li>
+<li><a href="#keys">Letters</a></li>
+<li><a href="#files">Settings files</a></li>
+</ul>
+
+<h2 id="items">The items</h2>
+<ul>
+<li><b>Queue name</b> and <b>Description</b>: words without blanks.</li>
+<li><b>Copies</b> (1 to 99) and <b>Margin</b> (0 to 2 inches).</li>
+<li><b>Orientation</b> switches between its two choices; <b>Paper size</b>
+asks for one of its four.</li>
+<li><b>Options</b>: type a choice's number to switch it on or off.</li>
+<li><b>Attached by</b> decides whether the next item opens the
+<i>Network Connection</i> or the <i>Local Port</i> menu.</li>
+<li><b>Show settings</b> prints the whole configuration.</li>
+</ul>
+
+<h2 id="keys">Letters</h2>
+<ul>
+<li><b>a</b> applies the settings and leaves.</li>
+<li><b>l</b> loads settings stored earlier.</li>
+<li><b>s</b> stores the settings in a file of the current directory.</li>
+<li><b>h</b> shows this help, which <b>e</b> leaves again.</li>
+<li><b>e</b> and Return leave the menu.</li>
+</ul>
+
+<h2 id="files">Settings files</h2>
+<p>A settings file keeps every value but the options. Replay one without
+questions with <code>menus --apply FILE</code>.</p>
+</body></html>
+)";
 
 // Set by --apply: the load item then answers for a file that RunMenu could
 // not open, instead of asking the user for one.
@@ -147,7 +187,7 @@ MENU queueMenu = {.title = "Printer Queue Settings",
                   .applyHandler = ApplyQueue,
                   .refreshHandler = RefreshQueue,
                   .items = queueItems,
-                  .flags = MENUFLAG_STOREASK | MENUFLAG_COMPACT};
+                  .flags = MENUFLAG_STOREASK | MENUFLAG_HELP | MENUFLAG_COMPACT};
 
 /// The text of choice `n` (0-based), without the mark of a choice that
 /// conditions hid or brought back.
@@ -276,6 +316,7 @@ int main(int argc, char **argv) {
     my_name = SaveStr_(StripPath(invokedAs));
     pToolPath = GetToolPath(invokedAs);  // the engine's strings lie beside the program
     InitSysCmdList();                    // every screen starts with `clear`
+    pTtyHtmlData = kHelp;
 
     int status = 0;
     if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {

@@ -265,6 +265,17 @@ TEST_F(DbTTest, ReloadsAReplacedFileUnlessToldNotTo) {
     }
 }
 
+TEST_F(DbTTest, RecordsAddedInMemoryStayUntilTheFileChanges) {
+    // The empty file came from the fuzz harness: it was reloaded on every
+    // lookup, which dropped what had been added since.
+    for (const std::string &image : {kKeyedAB, std::string()}) {
+        SCOPED_TRACE(image.size());
+        Open(image);
+        ASSERT_EQ(DbmTPutData(handle, "k", "v", 1), 1);
+        EXPECT_EQ(TGet("k"), "v");
+    }
+}
+
 TEST_F(DbTTest, RecordRunningPastTheEndCutsTheView) {
     std::string cut = Headed("later", "x");
     cut[1] = static_cast<char>(0x7f);  // L beyond what remains, below the whole size

@@ -212,6 +212,35 @@ TEST_F(TextMenuTest, SettingsLinesAndTheirReplay) {
     items[4].state = 0;
 }
 
+TEST_F(TextMenuTest, SettingsBlockOfAnItemWithoutSubMenuIsNotEntered) {
+    // From the fuzz harness: "<n>{" of a value item took its value for a menu.
+    fs::path file = dir / "settings";
+    for (const char *opening : {"3{\n", "4{\n", "5{\n"}) {
+        SCOPED_TRACE(opening);
+        Write(file, std::string(opening) + "4[12] 13 0\n}\n");
+        ASSERT_TRUE(OpenInputFile(file.c_str(), 1));
+        LoadMenu(&menu);
+        CloseInputFile();
+        EXPECT_EQ(items[4].value.number, 12);  // the lines after it belong to this menu
+        items[4].value.number = 7;
+    }
+}
+
+TEST_F(TextMenuTest, SettingsNumbersBeyondAnIntLeaveTheItemAsItIs) {
+    // Each would read as item 4, value 12 or state 1 once cut to an int.
+    fs::path file = dir / "settings";
+    for (const char *line : {"4294967300[12] 13 0\n", "4[4294967308] 13 0\n",
+                             "4[12] 13 4294967297\n", "4[12] 4294967309 0\n"}) {
+        SCOPED_TRACE(line);
+        Write(file, line);
+        ASSERT_TRUE(OpenInputFile(file.c_str(), 1));
+        LoadMenu(&menu);
+        CloseInputFile();
+        EXPECT_EQ(items[4].value.number, 7);
+        EXPECT_EQ(items[4].state, 0);
+    }
+}
+
 TEST_F(TextMenuTest, UnattendedRunsApplyOrHandOverToTheLoadItem) {
     fs::path file = dir / "s";
     Write(file, "4[21] 13 0\n");

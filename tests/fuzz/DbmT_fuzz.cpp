@@ -1,0 +1,88 @@
+// Typed databases: the input is a database file, plain or headed, opened with
+// DbTOpen. The keys its list gives are looked up in every way, patterns
+// from them select link lists, and records are purged and added in memory
+// (nothing is saved), after which a lookup must find what was added.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Dbm.h"
+#include "FuzzSupport.h"
+#include "utils.h"
+
+namespace {
+
+constexpr size_t MAX_KEYS = 32;  // enough to reach every kind of record, few enough to stay fast
+constexpr const char *ADDED = "fuzz.added";
+
+unsigned char buffer[DBM_RECORD_SIZE];
+
+std::vector<std::string> Keys(DbT *db, bool sorted) {
+    std::vector<std::string> keys;
+    MemPtr<char> list(sorted ? DbmTGetRecordListS(db, "\n", "") : DbmTGetRecordList(db, "\n", ""));
+    if (!list) return keys;
+    std::string_view rest(list.get() + 1);  // past the first separator
+    while (keys.size() < MAX_KEYS && !rest.empty()) keys.emplace_back(fuzz::Cut(rest, '\n'));
+    return keys;
+}
+
+void LookUp(DbT *db, const std::string &key) {
+    int length = DbmTGetRecordSize(db, key.c_str());
+    if (DbmTGetRecord(db, key.c_str(), buffer) != length) std::abort();
+    unsigned char small[16];
+    void *into = small;
+    if (DbmTGetRecordV(db, key.c_str(), &into, sizeof small) != length) std::abort();
+    if (into != small) PutMem(into);
+}
+
+void CheckLinkList(DbT *db, const char *pattern) {
+    DbmLinkNode *list = DbmTGetDbLinkList(db, pattern);
+    for (DbmLinkNode *node = list; node; node = node->next) {
+        // The body holds the key, its NUL, then the data.
+        if (!std::strstr(reinterpret_cast<const char *>(node->body), pattern)) std::abort();
+        if (node->size) std::memcpy(buffer, node->data, node->size);
+    }
+    DbmFreeDbLinkList(list);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    fuzz::Quiet();
+    static std::string tool = fuzz::FreshDir("tool");
+    pToolPath = tool.data();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    fuzz::Input input;
+    std::string_view bytes(reinterpret_cast<const char *>(data), size);
+    fuzz::WriteFile("tool/db/t.vdb", bytes);
+    DbT *db = DbTOpen("t", 0);
+    if (!db) return 0;
+
+    std::vector<std::string> keys = Keys(db, false);
+    Keys(db, true);
+    for (const std::string &key : keys) LookUp(db, key);
+    LookUp(db, "absent");
+    CheckLinkList(db, "");
+    if (!keys.empty() && !keys[0].empty()) {
+        CheckLinkList(db, keys[0].substr(keys[0].size() / 2).c_str());
+        PurgeTRecord(db, keys[0].c_str(), 0);
+        PurgeTRecord(db, keys[0].c_str(), 1);
+    }
+    for (const std::string &key : Keys(db, false)) LookUp(db, key);
+
+    int length = static_cast<int>(size < 100 ? size : 100) + 1;
+    PurgeTRecord(db, ADDED, 0);
+    std::memset(buffer, 'a', length);
+    if (size) std::memcpy(buffer, data, length - 1);
+    if (DbmTPutData(db, ADDED, buffer, length) && DbmTGetRecordSize(db, ADDED) != length)
+        std::abort();
+    LookUp(db, ADDED);
+    DbTClose(db);
+    return 0;
+}

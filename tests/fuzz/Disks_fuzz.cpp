@@ -1,0 +1,57 @@
+// The disks file: the input is split as SplitDisksText does for the
+// diskette installation and the join, then read from a medium as "disks"
+// and as "DISKS" (upper-cased up to the end marker) and its files copied,
+// the copies only recorded (FakeExec.cpp).
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include "Disks.h"
+#include "FuzzSupport.h"
+#include "setup.h"
+
+namespace {
+
+std::string medium, target;
+
+// What Disks.h promises of every split: no empty line, no empty word, no
+// separator inside a word, nothing from the end marker on.
+void CheckSplit(std::string_view text, std::string_view separators) {
+    for (const DisksWords &line : SplitDisksText(text, separators)) {
+        if (line.empty()) std::abort();
+        for (std::string_view word : line)
+            if (word.empty() || word.find_first_of(separators) != std::string_view::npos ||
+                word.find_first_of("\r\n") != std::string_view::npos || word == "end_of_list")
+                std::abort();
+    }
+}
+
+void ReadAs(const char *name, std::string_view bytes) {
+    fuzz::FreshDir("medium");
+    fuzz::WriteFile(std::string("medium/") + name, bytes);
+    CopyDisksFiles(medium.c_str(), target.c_str());
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    fuzz::Quiet();
+    static std::string tool = fuzz::WorkDir();
+    pToolPath = tool.data();
+    my_name = const_cast<char *>("disksfuzz");
+    medium = fuzz::WorkDir() + "/medium";
+    target = fuzz::FreshDir("target");
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    fuzz::Input input;
+    std::string_view bytes(reinterpret_cast<const char *>(data), size);
+    CheckSplit(bytes, DISKS_WORD_SEPARATORS);
+    CheckSplit(bytes, " \r\n");
+    ReadAs("disks", bytes);
+    ReadAs("DISKS", bytes);
+    return 0;
+}

@@ -1,0 +1,106 @@
+#include "FuzzSupport.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+namespace fuzz {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool running = false;
+size_t commandCount = 0;
+std::string lastCommand;
+
+void RemoveWorkDir() {
+    std::error_code ignored;
+    fs::remove_all(WorkDir(), ignored);
+}
+
+}  // namespace
+
+const std::string &WorkDir() {
+    static const std::string dir = [] {
+        // Memory-backed when the machine offers it: the library flushes what
+        // it writes to disk, which on a real disk costs most of each input.
+        std::string pattern = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
+        pattern += "/setup-fuzz-XXXXXX";
+        if (!mkdtemp(pattern.data())) {
+            std::perror("fuzz: mkdtemp");
+            std::abort();
+        }
+        return pattern;
+    }();
+    static const bool cleanup = std::atexit(RemoveWorkDir) == 0;
+    (void)cleanup;
+    return dir;
+}
+
+std::string FreshDir(const std::string &relative) {
+    fs::path p = fs::path(WorkDir()) / relative;
+    std::error_code ignored;
+    fs::remove_all(p, ignored);
+    fs::create_directories(p);
+    return p.string();
+}
+
+std::string WriteFile(const std::string &relative, std::string_view bytes) {
+    fs::path p = fs::path(WorkDir()) / relative;
+    fs::create_directories(p.parent_path());
+    std::ofstream out(p, std::ios::binary | std::ios::trunc);
+    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    out.close();
+    if (!out) {
+        std::fprintf(stderr, "fuzz: cannot write %s\n", p.c_str());
+        std::abort();
+    }
+    return p.string();
+}
+
+void Quiet() {
+    if (!std::freopen("/dev/null", "w", stdout) || !std::freopen("/dev/null", "r", stdin)) {
+        std::perror("fuzz: /dev/null");
+        std::abort();
+    }
+}
+
+std::string_view Cut(std::string_view &data, char separator) {
+    size_t at = data.find(separator);
+    std::string_view head = data.substr(0, at);
+    data.remove_prefix(at == std::string_view::npos ? data.size() : at + 1);
+    return head;
+}
+
+size_t CommandCount() {
+    return commandCount;
+}
+
+const std::string &LastCommand() {
+    return lastCommand;
+}
+
+void Record(std::string line) {
+    ++commandCount;
+    lastCommand = std::move(line);
+}
+
+Input::Input() {
+    running = true;
+    commandCount = 0;
+    lastCommand.clear();
+}
+
+Input::~Input() {
+    running = false;
+}
+
+bool InInput() {
+    return running;
+}
+
+}  // namespace fuzz

@@ -1,0 +1,51 @@
+// The translation table: the input's first line is LANG, the rest is
+// trans.conf beside the program; ParseTransFile normalises it and
+// GetDesiredNLSLang chooses the language directory from it. The choice is
+// kept for the run, so every input starts from nothing chosen.
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "FuzzSupport.h"
+#include "NlsUtils.h"
+#include "utils.h"
+
+namespace {
+
+void Forget() {
+    pNLSLang = static_cast<char *>(PutMem(pNLSLang));
+    pTransTable = static_cast<char *>(PutMem(pTransTable));
+    DbTClose(pDrvCoreDB);
+    pDrvCoreDB = nullptr;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    fuzz::Quiet();
+    static std::string tool = fuzz::FreshDir("tool");
+    pToolPath = tool.data();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    fuzz::Input input;
+    std::string_view rest(reinterpret_cast<const char *>(data), size);
+    std::string lang(fuzz::Cut(rest, '\n'));
+    // The environment holds C strings: a NUL ends the value there.
+    lang.resize(std::strlen(lang.c_str()));
+    if (lang == "-")
+        unsetenv("LANG");
+    else
+        setenv("LANG", lang.c_str(), 1);
+    fuzz::WriteFile("tool/trans.conf", rest);
+
+    PutMem(ParseTransFile("trans.conf"));
+    Forget();
+    const char *chosen = GetDesiredNLSLang();
+    if (!chosen || !*chosen) std::abort();  // a language directory is always named
+    Forget();
+    return 0;
+}

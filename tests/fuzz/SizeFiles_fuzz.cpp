@@ -1,0 +1,44 @@
+// The size files of a medium: the input holds isize, then a NUL, then
+// tsize, and FreeSpaceForInstall reads both and weighs them against df and
+// du (answered by the fake command layer). The file systems report no limit
+// ("inf" available), so that no size read can stop the program: the harness
+// tests the reading, and stopping for space is the unit tests' business.
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "FuzzSupport.h"
+#include "setup.h"
+
+namespace {
+
+std::string work, base;
+
+constexpr const char *DF_OUTPUT =
+    "Filesystem     1K-blocks     Used Available Use% Mounted on\n"
+    "/dev/fuzz      100000000        0       inf   0% /\n";
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    fuzz::Quiet();
+    static std::string tool = fuzz::FreshDir("medium");
+    pToolPath = tool.data();
+    my_name = const_cast<char *>("sizefuzz");
+    work = fuzz::FreshDir("tmp/OrvelInstall");
+    base = fuzz::FreshDir("opt");
+    pTmpDir = const_cast<char *>(fuzz::WorkDir().c_str());
+    fuzz::SetResponse(CMD_DF, DF_OUTPUT);
+    fuzz::SetResponse(CMD_DU, "12\t.\n");
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    fuzz::Input input;
+    std::string_view rest(reinterpret_cast<const char *>(data), size);
+    std::string_view isize = fuzz::Cut(rest, '\0');
+    fuzz::WriteFile("medium/isize", isize);
+    fuzz::WriteFile("medium/tsize", rest);
+    FreeSpaceForInstall(work.c_str(), base.c_str(), COMPANY);
+    return 0;
+}
