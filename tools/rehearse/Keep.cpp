@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -36,9 +37,43 @@ int RunHostCommand(const std::vector<std::string> &argv, int out, bool quiet) {
 
 namespace {
 
-bool Copy(const std::string &from, const std::string &to) {
+// A removal is kept as the overlay marks it, a 0/0 character device, which
+// some file systems cannot hold: an overlay (a container's root) refuses it.
+bool HoldsRemovals(const std::string &dir) {
+    std::string probe = dir + "/.removal";
+    if (mknod(probe.c_str(), S_IFCHR | 0600, 0) != 0) return false;
+    unlink(probe.c_str());
+    return true;
+}
+
+bool IsRemoval(const struct stat &st) {
+    return S_ISCHR(st.st_mode) && st.st_rdev == 0;
+}
+
+// Whether everything in `from` but the removals reached `to` whole.
+bool CopiedAllButRemovals(const std::string &from, const std::string &to) {
+    namespace fs = std::filesystem;
+    std::error_code error;
+    for (fs::recursive_directory_iterator it(from, error), end; !error && it != end;
+         it.increment(error)) {
+        struct stat st {};
+        struct stat copy {};
+        std::string copied = to + it->path().string().substr(from.size());
+        if (lstat(it->path().c_str(), &st) != 0) return false;
+        if (IsRemoval(st)) continue;
+        if (lstat(copied.c_str(), &copy) != 0 ||
+            (S_ISREG(st.st_mode) && copy.st_size != st.st_size))
+            return false;
+    }
+    return !error;
+}
+
+bool Copy(const std::string &from, const std::string &to, bool removals) {
     // -x: a layer never holds another mount's content, only its mount point.
-    return RunHostCommand({"cp", "-ax", from + "/.", to}, -1) == 0;
+    // Where removals cannot be kept, cp fails on each of them: it goes quiet,
+    // and the copy is judged by what arrived.
+    int status = RunHostCommand({"cp", "-ax", from + "/.", to}, -1, !removals);
+    return status == 0 || (!removals && CopiedAllButRemovals(from, to));
 }
 
 // Directories of `path` (below `dir`) that do not exist yet, deepest last.
@@ -73,15 +108,13 @@ bool KeepChanges(const Sandbox &box, const std::string &dir) {
         std::fprintf(stderr, "rehearse: cannot create %s: %s\n", dir.c_str(), std::strerror(errno));
         return false;
     }
-    bool ok = true;
+    bool ok = true, removals = HoldsRemovals(dir);
     std::vector<std::string> madeForLayers;
     for (const Layer &layer : box.layers) {
-        if (!layer.overlay) {
-            std::vector<std::string> missing = MissingDirs(dir, layer.prefix);
-            madeForLayers.insert(madeForLayers.end(), missing.begin(), missing.end());
-            for (const std::string &m : missing) mkdir(m.c_str(), 0755);
-        }
-        ok = Copy(layer.dir, dir + layer.prefix) && ok;
+        std::vector<std::string> missing = MissingDirs(dir, layer.prefix);
+        madeForLayers.insert(madeForLayers.end(), missing.begin(), missing.end());
+        for (const std::string &m : missing) mkdir(m.c_str(), 0755);
+        ok = Copy(layer.dir, dir + layer.prefix, removals) && ok;
     }
     RemovePlumbing(box, dir);
     for (auto it = madeForLayers.rbegin(); it != madeForLayers.rend(); ++it) rmdir(it->c_str());

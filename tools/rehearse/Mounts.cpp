@@ -1,5 +1,6 @@
-// Building the sandbox: the overlay over the real root, the kernel file
-// systems, the fresh /tmp, size-limited tmpfs mounts and the stand-ins.
+// Building the sandbox: an overlay over the real root and over each file system
+// mounted on it, the kernel file systems, size-limited tmpfs mounts and the
+// stand-ins.
 //
 // Every mount lives in our private mount namespace, so it vanishes with the
 // last process of the rehearsal. Anything that creates a file or directory
@@ -87,19 +88,47 @@ bool InsideSandbox(const std::string &root, const std::function<bool()> &work) {
 
 namespace {
 
-bool MountOverlay(const Sandbox &box, const std::string &work) {
-    std::string base = "lowerdir=" + box.lower + ",upperdir=" + box.upper + ",workdir=" + work;
+// The machine's file system at `source` alone, without what is mounted on it,
+// read-only at base/lower: what an overlay shows beneath the command's
+// changes, and what the report compares them with. The upper and work
+// directories and the mount point base/root are made beside it.
+bool StageLayers(const std::string &source, const std::string &base, Layer &layer) {
+    layer = {base + "/upper", base + "/lower", ""};
+    for (const std::string &dir : {base, layer.lower, layer.dir, base + "/work", base + "/root"})
+        if (!MakeDir(dir, 0755)) return false;
+    if (!MountReadOnlyBind(source, layer.lower, false)) return false;
+    // An overlay's root directory shows the mode and owner of its upper layer's.
+    struct stat st {};
+    if (stat(layer.lower.c_str(), &st) != 0 || chmod(layer.dir.c_str(), st.st_mode & 07777) != 0 ||
+        chown(layer.dir.c_str(), st.st_uid, st.st_gid) != 0)
+        return Fail("cannot prepare", layer.dir);
+    return true;
+}
+
+// Mounts the overlay of `layer` staged under `base` at base/root; false, with
+// errno set, when the kernel refuses it.
+bool MountOverlay(const Layer &layer, const std::string &base, unsigned long flags) {
+    std::string options =
+        "lowerdir=" + layer.lower + ",upperdir=" + layer.dir + ",workdir=" + base + "/work";
     // The report compares whole files with the lower layer, which metacopy
     // would break; older kernels do not know the options and are off anyway.
-    std::string strict = base + ",redirect_dir=off,metacopy=off,index=off";
-    if (mount("overlay", box.root.c_str(), "overlay", 0, strict.c_str()) == 0) return true;
-    if (errno == EINVAL && mount("overlay", box.root.c_str(), "overlay", 0, base.c_str()) == 0)
-        return true;
-    if (errno == ENODEV) {
+    std::string strict = options + ",redirect_dir=off,metacopy=off,index=off";
+    std::string root = base + "/root";
+    if (mount("overlay", root.c_str(), "overlay", flags, strict.c_str()) == 0) return true;
+    return errno == EINVAL &&
+           mount("overlay", root.c_str(), "overlay", flags, options.c_str()) == 0;
+}
+
+bool MountRootOverlay(Sandbox &box) {
+    Layer layer;
+    if (!StageLayers("/", box.state, layer)) return false;
+    if (!MountOverlay(layer, box.state, 0)) {
+        if (errno != ENODEV) return Fail("cannot mount the overlay on", box.root);
         std::fputs("rehearse: this kernel has no overlay file system support\n", stderr);
         return false;
     }
-    return Fail("cannot mount the overlay on", box.root);
+    box.layers.push_back(layer);
+    return true;
 }
 
 // /proc of our own pid namespace, so `ps -e` inside sees only the rehearsal;
@@ -116,40 +145,87 @@ bool MountKernelFileSystems(const Sandbox &box) {
     return MountReadOnlyBind("/sys", box.root + "/sys", false);
 }
 
-// A tmpfs is first mounted in the state directory, where the report finds it,
-// and then bound to its place inside by a chrooted child.
-bool AddTmpfs(Sandbox &box, const std::string &path, const std::string &size, int index) {
-    std::string staged = box.state + "/tmpfs" + std::to_string(index);
-    if (!MakeDir(staged, 0700)) return false;
-    std::string data = (path == "/tmp") ? "mode=1777" : "mode=0755";
-    if (!size.empty()) data += ",size=" + size;
-    if (!Mount("tmpfs", staged, "tmpfs", MS_NOSUID | MS_NODEV, data.c_str())) return false;
-    int fd = open(staged.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) return Fail("cannot open", staged);
-    bool ok = InsideSandbox(box.root, [&] {
-        if (!MakeDirs(path, 0755)) return false;
-        struct stat st {};
-        if (stat(path.c_str(), &st) == 0 && path != "/tmp")
-            chmod(("/proc/self/fd/" + std::to_string(fd)).c_str(), st.st_mode & 07777);
-        return Mount(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, nullptr, MS_BIND);
-    });
+// A mount point missing inside: one on a file system the sandbox leaves out.
+bool MakeMountPoint(const std::string &path, bool directory) {
+    if (directory) return MakeDirs(path, 0755);
+    std::string parent = path.substr(0, path.rfind('/'));
+    int fd = (parent.empty() || MakeDirs(parent, 0755))
+                 ? open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644)
+                 : -1;
+    if (fd < 0) return Fail("cannot create", path);
     close(fd);
-    if (!ok) {
-        std::fprintf(stderr, "rehearse: cannot mount a tmpfs at %s\n", path.c_str());
-        return false;
-    }
-    box.layers.push_back({staged, path, false});
     return true;
 }
 
-bool AddTmpfsMounts(const Options &options, Sandbox &box) {
-    std::string tmpSize;
-    for (const TmpfsMount &m : options.tmpfs)
-        if (m.path == "/tmp") tmpSize = m.size;
+// Binds `staged`, outside the chroot, over `path` inside and gives the mount
+// `flags`. A chrooted child does it, so that a symbolic link of the sandbox
+// never leads the mount out of it. With `takeMode` the staged directory takes
+// the mode of the one it covers.
+bool BindInside(const Sandbox &box, const std::string &staged, const std::string &path,
+                unsigned long flags, bool takeMode) {
+    int fd = open(staged.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) return Fail("cannot open", staged);
+    struct stat what {};
+    fstat(fd, &what);
+    std::string source = "/proc/self/fd/" + std::to_string(fd);
+    bool ok = InsideSandbox(box.root, [&] {
+        struct stat st {};
+        if (stat(path.c_str(), &st) == 0) {
+            if (takeMode) chmod(source.c_str(), st.st_mode & 07777);
+        } else if (!MakeMountPoint(path, S_ISDIR(what.st_mode))) {
+            return false;
+        }
+        return Mount(source.c_str(), path, nullptr, MS_BIND) &&
+               (!flags || Mount(nullptr, path, nullptr, MS_REMOUNT | MS_BIND | flags));
+    });
+    close(fd);
+    if (!ok) std::fprintf(stderr, "rehearse: cannot mount %s inside\n", path.c_str());
+    return ok;
+}
+
+// Copy-on-write like the root, with the machine's mount flags. Where the
+// kernel refuses an overlay (one over an overlay over an overlay exceeds its
+// stacking depth) the file system is bound read-only instead, and its devices
+// with it are unusable, as writing one would reach the machine.
+bool AddMountOverlay(Sandbox &box, const MachineMount &m, int index) {
+    std::string base = box.state + "/mount" + std::to_string(index);
+    Layer layer;
+    if (!StageLayers(m.path, base, layer)) return false;
+    layer.prefix = m.path;
+    if (MountOverlay(layer, base, m.flags)) {
+        box.layers.push_back(layer);
+        return BindInside(box, base + "/root", m.path, m.flags, false);
+    }
+    if (!(m.flags & MS_RDONLY)) box.readOnly.push_back(m.path + " (" + m.type + ")");
+    return BindInside(box, layer.lower, m.path, m.flags | MS_RDONLY | MS_NODEV, false);
+}
+
+// A mount on a file is bound read-only. One on a socket, fifo or device is
+// left out: read-only, it would still reach the machine's service or device.
+bool AddMachineMounts(Sandbox &box, const std::vector<MachineMount> &mounts) {
     int index = 0;
-    if (!AddTmpfs(box, "/tmp", tmpSize, index++)) return false;
-    for (const TmpfsMount &m : options.tmpfs)
-        if (m.path != "/tmp" && !AddTmpfs(box, m.path, m.size, index++)) return false;
+    for (const MachineMount &m : mounts) {
+        struct stat st {};
+        if (stat(m.path.c_str(), &st) != 0) continue;
+        if (S_ISDIR(st.st_mode) && !AddMountOverlay(box, m, index++)) return false;
+        if (S_ISREG(st.st_mode) && !BindInside(box, m.path, m.path, m.flags | MS_RDONLY, false))
+            return false;
+    }
+    return true;
+}
+
+// A tmpfs is first mounted in the state directory, where the report finds it.
+bool AddTmpfsMounts(const Options &options, Sandbox &box) {
+    int index = 0;
+    for (const TmpfsMount &m : options.tmpfs) {
+        std::string staged = box.state + "/tmpfs" + std::to_string(index++);
+        std::string data = "mode=0755,size=" + m.size;
+        if (!MakeDir(staged, 0700) ||
+            !Mount("tmpfs", staged, "tmpfs", MS_NOSUID | MS_NODEV, data.c_str()) ||
+            !BindInside(box, staged, m.path, 0, true))
+            return false;
+        box.layers.push_back({staged, "", m.path});
+    }
     return true;
 }
 
@@ -204,21 +280,11 @@ bool InstallStandIns(const Options &options, Sandbox &box, int driveSocket) {
 
 bool BuildSandbox(const Options &options, const std::string &stateDir, Sandbox &box,
                   int driveSocket) {
+    std::vector<MachineMount> mounts = MachineMounts(stateDir);
     box.state = stateDir;
-    box.lower = stateDir + "/lower";
-    box.upper = stateDir + "/upper";
     box.root = stateDir + "/root";
-    std::string work = stateDir + "/work";
-    box.layers = {{box.upper, "", true}};
     if (!Mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE)) return false;
     if (!Mount("tmpfs", stateDir, "tmpfs", MS_NOSUID | MS_NODEV, "mode=0700")) return false;
-    for (const std::string &dir : {box.lower, box.upper, work, box.root})
-        if (!MakeDir(dir, 0755)) return false;
-    // The root file system alone, without what is mounted on it: that is what
-    // the overlay shows, and what the report compares against.
-    if (!MountReadOnlyBind("/", box.lower, false)) return false;
-    if (!MountOverlay(box, work)) return false;
-    if (!MountKernelFileSystems(box) || !AddTmpfsMounts(options, box)) return false;
-    if (!InstallStandIns(options, box, driveSocket)) return false;
-    return true;
+    return MountRootOverlay(box) && MountKernelFileSystems(box) && AddMachineMounts(box, mounts) &&
+           AddTmpfsMounts(options, box) && InstallStandIns(options, box, driveSocket);
 }

@@ -19,23 +19,27 @@ namespace {
 constexpr const char *kUsage = R"(usage: rehearse [options] [--] command [args...]
 
 Runs COMMAND as root inside a throwaway copy-on-write view of the whole machine
-(a private mount namespace, an overlay with the real root as its lower layer,
-fresh /proc and /tmp, /dev and /sys bound in, its own process ids) and reports
-what the command changed. Nothing on the real machine changes. The command
-sees the root file system only; other mounted file systems show as the
-directories beneath them.
+(a private mount namespace; an overlay with the real root as its lower layer,
+and one over each file system mounted on it, /tmp included; its own /proc,
+with /dev and /sys bound in; its own process ids) and reports what the command
+changed. Nothing on the real machine changes. A file system mounted read-only
+stays so inside, as does one that no overlay can lie over (an overlay over an
+overlay over an overlay), which the report names at its end. The kernel's own
+file systems (cgroup, mqueue, ...) are not shown.
 
   -u, --user USER        run the command as USER (name or number; default root);
                          HOME, USER and LOGNAME follow USER unless set with -e
-  -t, --tmpfs PATH:SIZE  mount an empty tmpfs of SIZE (2M, 500k, 1G) at PATH;
-                         PATH /tmp sizes the fresh /tmp
+  -t, --tmpfs PATH:SIZE  mount an empty tmpfs of SIZE (2M, 500k, 1G) at PATH,
+                         hiding what PATH holds
   -e, --env NAME=VALUE   set a variable for the command
       --unset NAME       clear a variable (otherwise the caller's environment
                          is inherited)
   -i, --stdin FILE       feed FILE as standard input (default: inherit)
-  -k, --keep DIR         after the run copy the changed files (the upper layer,
-                         /tmp and every -t tmpfs included) into DIR, which must
+  -k, --keep DIR         after the run copy the changed files (every overlay's
+                         upper layer and every -t tmpfs) into DIR, which must
                          not exist; removed files show as character devices 0/0
+                         (left out where DIR's file system cannot hold those,
+                         as an overlay cannot)
   -f, --floppy DIR       add a diskette directory to the drive's queue
                          (repeatable; the first one is loaded at start)
       --floppy-empty     start with an empty drive (`volcheck` loads the first)

@@ -1,6 +1,6 @@
 // The change report: what the command added, changed and removed, read from
-// the overlay's upper layer (compared with the real root beneath it) and from
-// the sandbox's tmpfs mounts (all of whose content is new).
+// each overlay's upper layer (compared with the machine's file system beneath
+// it) and from the sandbox's tmpfs mounts (all of whose content is new).
 #include <dirent.h>
 #include <fcntl.h>
 #include <grp.h>
@@ -25,7 +25,7 @@ struct Change {
     struct stat st;  // the entry now, or as it was for a removal
     std::string target;
     std::string note;
-    bool diff = false;
+    std::string was, now;  // real paths of a changed text file, for its diff
 };
 
 std::vector<std::string> ListDir(const std::string &dir) {
@@ -131,7 +131,7 @@ class Comparer {
 
     std::vector<Change> Run() {
         for (const Layer &layer : box_.layers) {
-            if (layer.overlay)
+            if (!layer.lower.empty())
                 CompareDir(layer, "");
             else
                 ListAdded(layer, "");
@@ -173,58 +173,60 @@ class Comparer {
         }
     }
 
-    void ListRemoved(const std::string &path) {
+    void ListRemoved(const Layer &layer, const std::string &rel) {
         struct stat st {};
-        if (!Lstat(box_.lower + path, st)) return;
-        Add('-', path, box_.lower + path, st);
+        if (!Lstat(layer.lower + rel, st)) return;
+        Add('-', layer.prefix + rel, layer.lower + rel, st);
         if (S_ISDIR(st.st_mode))
-            for (const std::string &name : ListDir(box_.lower + path))
-                ListRemoved(path + "/" + name);
+            for (const std::string &name : ListDir(layer.lower + rel))
+                ListRemoved(layer, rel + "/" + name);
     }
 
-    void CompareDir(const Layer &layer, const std::string &path) {
-        std::vector<std::string> names = ListDir(box_.upper + path);
-        if (!path.empty() && IsOpaque(box_.upper + path)) {
+    void CompareDir(const Layer &layer, const std::string &rel) {
+        std::vector<std::string> names = ListDir(layer.dir + rel);
+        if (!rel.empty() && IsOpaque(layer.dir + rel)) {
             // The directory was removed and made again: whatever the lower
             // layer held that the new one lacks is gone.
-            for (const std::string &name : ListDir(box_.lower + path))
+            for (const std::string &name : ListDir(layer.lower + rel))
                 if (!std::binary_search(names.begin(), names.end(), name))
-                    ListRemoved(path + "/" + name);
+                    ListRemoved(layer, rel + "/" + name);
         }
-        for (const std::string &name : names) CompareEntry(layer, path + "/" + name);
+        for (const std::string &name : names) CompareEntry(layer, rel + "/" + name);
     }
 
-    void CompareEntry(const Layer &layer, const std::string &path) {
+    void CompareEntry(const Layer &layer, const std::string &rel) {
         struct stat now {
         }, was{};
-        if (!Lstat(box_.upper + path, now)) return;
-        bool existed = Lstat(box_.lower + path, was);
+        std::string upper = layer.dir + rel, path = layer.prefix + rel;
+        if (!Lstat(upper, now)) return;
+        bool existed = Lstat(layer.lower + rel, was);
         if (IsWhiteout(now)) {
-            if (existed) ListRemoved(path);
+            if (existed) ListRemoved(layer, rel);
             return;
         }
         bool plumbing = IsPlumbing(path, now);
         if (!existed) {
-            if (!plumbing) Add('+', path, box_.upper + path, now);
+            if (!plumbing) Add('+', path, upper, now);
         } else if ((now.st_mode & S_IFMT) != (was.st_mode & S_IFMT)) {
-            Add('~', path, box_.upper + path, now, std::string("was ") + TypeName(was.st_mode));
+            Add('~', path, upper, now, std::string("was ") + TypeName(was.st_mode));
             if (S_ISDIR(was.st_mode))
-                for (const std::string &name : ListDir(box_.lower + path))
-                    ListRemoved(path + "/" + name);
+                for (const std::string &name : ListDir(layer.lower + rel))
+                    ListRemoved(layer, rel + "/" + name);
         } else if (!plumbing || S_ISDIR(now.st_mode)) {
-            CompareSameType(path, now, was);
+            CompareSameType(layer, rel, now, was);
         }
-        if (S_ISDIR(now.st_mode)) CompareDir(layer, path);
+        if (S_ISDIR(now.st_mode)) CompareDir(layer, rel);
     }
 
-    void CompareSameType(const std::string &path, const struct stat &now, const struct stat &was) {
+    void CompareSameType(const Layer &layer, const std::string &rel, const struct stat &now,
+                         const struct stat &was) {
         std::vector<std::string> notes;
         if ((now.st_mode & 07777) != (was.st_mode & 07777))
             notes.push_back("mode was " + Mode(was.st_mode));
         if (now.st_uid != was.st_uid || now.st_gid != was.st_gid)
             notes.push_back("owner was " + Owner(was.st_uid, was.st_gid));
         bool contentChanged = false;
-        std::string upper = box_.upper + path, lower = box_.lower + path;
+        std::string upper = layer.dir + rel, lower = layer.lower + rel;
         if (S_ISREG(now.st_mode)) {
             contentChanged = now.st_size != was.st_size || !SameContent(upper, lower);
             if (contentChanged) notes.push_back("content changed");
@@ -237,8 +239,11 @@ class Comparer {
         if (notes.empty()) return;
         std::string note;
         for (const std::string &n : notes) note += (note.empty() ? "" : ", ") + n;
-        Add('~', path, upper, now, note);
-        changes_.back().diff = contentChanged && IsText(upper) && IsText(lower);
+        Add('~', layer.prefix + rel, upper, now, note);
+        if (contentChanged && IsText(upper) && IsText(lower)) {
+            changes_.back().was = lower;
+            changes_.back().now = upper;
+        }
     }
 };
 
@@ -272,15 +277,7 @@ void WalkSnapshot(Sandbox &box, const Layer &layer, const std::string &rel) {
     }
 }
 
-}  // namespace
-
-void SnapshotPlumbing(Sandbox &box) {
-    box.plumbing.clear();
-    for (const Layer &layer : box.layers) WalkSnapshot(box, layer, "");
-}
-
-void WriteReport(const Sandbox &box, int out) {
-    std::vector<Change> changes = Comparer(box).Run();
+void WriteChanges(const std::vector<Change> &changes, int out) {
     if (changes.empty()) {
         Print(out, "rehearse: no changes\n");
         return;
@@ -296,10 +293,22 @@ void WriteReport(const Sandbox &box, int out) {
                   counts[0], counts[1], counts[2]);
     Print(out, summary);
     for (const Change &c : changes) {
-        if (!c.diff) continue;
+        if (c.was.empty()) continue;
         std::string from = "a" + c.path, to = "b" + c.path;
-        RunHostCommand(
-            {"diff", "-u", "--label", from, "--label", to, box.lower + c.path, box.upper + c.path},
-            out);
+        RunHostCommand({"diff", "-u", "--label", from, "--label", to, c.was, c.now}, out);
     }
+}
+
+}  // namespace
+
+void SnapshotPlumbing(Sandbox &box) {
+    box.plumbing.clear();
+    for (const Layer &layer : box.layers) WalkSnapshot(box, layer, "");
+}
+
+void WriteReport(const Sandbox &box, int out) {
+    WriteChanges(Comparer(box).Run(), out);
+    // Told last, so that the report still begins as it always has.
+    for (const std::string &mount : box.readOnly)
+        Print(out, "rehearse: read-only inside, as no overlay could lie over it: " + mount + "\n");
 }

@@ -14,8 +14,15 @@
 /// Where a path changed by the command can be found outside the chroot.
 struct Layer {
     std::string dir;     ///< real directory holding the changes (upper layer or a tmpfs)
+    std::string lower;   ///< the machine's files beneath `dir`; empty: all of `dir` is new
     std::string prefix;  ///< path inside the sandbox that `dir` shows ("" for the root)
-    bool overlay;        ///< true: compare against the lower layer; false: all of it is new
+};
+
+/// A file system of the machine mounted below its root.
+struct MachineMount {
+    std::string path;     ///< mount point
+    std::string type;     ///< file system type, as mountinfo names it
+    unsigned long flags;  ///< its MS_RDONLY, MS_NOSUID, MS_NODEV and MS_NOEXEC
 };
 
 /// What an entry looked like before the command ran: the sandbox's own plumbing.
@@ -29,11 +36,11 @@ struct Before {
 
 struct Sandbox {
     std::string state;  ///< private tmpfs holding everything below
-    std::string lower;  ///< read-only bind of the real root file system
-    std::string upper;
-    std::string root;  ///< the merged view the command is chrooted into
+    std::string root;   ///< the merged view the command is chrooted into
     std::vector<Layer> layers;
     std::map<std::string, Before> plumbing;  ///< sandbox path -> entry as installed
+    /// Writable mounts of the machine that no overlay could lie over: "PATH (TYPE)".
+    std::vector<std::string> readOnly;
 };
 
 /// Mount point of the stand-ins' private tmpfs inside the sandbox.
@@ -42,6 +49,11 @@ constexpr const char *kHelperDir = "/run/rehearse";
 constexpr const char *kDriveSocket = "/run/rehearse/drive";
 /// Environment variable that turns our binary into an idle stand-in process.
 constexpr const char *kIdleVariable = "REHEARSE_IDLE_STANDIN";
+
+/// The machine's mounts the sandbox shows besides the root, each after the one
+/// it is mounted on: not the kernel's own file systems, nor what is mounted on
+/// /proc, /dev, /sys or `stateDir`, nor what another mount hides.
+std::vector<MachineMount> MachineMounts(const std::string &stateDir);
 
 /// Builds every mount under `stateDir` (in a private mount namespace) and
 /// binds `driveSocket` (an unbound AF_UNIX socket, or -1 without a drive) to

@@ -1,13 +1,16 @@
 // The rehearsal sandbox, run as its users run it: a real binary, real mounts,
 // real commands inside. Needs root; skips itself otherwise.
 #include <fcntl.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "TestFiles.h"
 
@@ -70,15 +73,14 @@ class RehearseTest : public ::testing::Test {
     }
 };
 
-// Neither the drive, the stand-ins, the tmpfs nor the fresh /tmp count as changes.
+// Neither the drive, the stand-ins, the tmpfs nor the machine's mounts count as changes.
 TEST_F(RehearseTest, WriteToEtcStaysInsideAndIsAllThatIsReported) {
     std::string probe = "/etc/rehearse-probe-" + tag;
     Write(scratch / "d1/pkg_tar.z1", "piece\n");
     Result r = Run({"-f", scratch / "d1", "--cupsd", "--lprng", "-p", "PelnorD", "-t", "/opt/rh:1M",
                     "-C", "/etc", "--", "sh", "-c",
-                    "echo err >&2; echo hi > rehearse-probe-" + tag + "; cat " + probe +
-                        "; test -e " + scratch.path().string() + " || echo fresh"});
-    EXPECT_EQ(r.out, "hi\nfresh\n");
+                    "echo err >&2; echo hi > rehearse-probe-" + tag + "; cat " + probe});
+    EXPECT_EQ(r.out, "hi\n");
     // The report follows the command's own output on standard error.
     EXPECT_TRUE(r.err.starts_with("err\nrehearse: changes made by the command")) << r.err;
     EXPECT_TRUE(Has(r.err, "+ file     0644 root:root  " + probe + "\n"));
@@ -88,10 +90,10 @@ TEST_F(RehearseTest, WriteToEtcStaysInsideAndIsAllThatIsReported) {
 }
 
 TEST_F(RehearseTest, ChangesAreListedWithADiffOfText) {
-    TempDir dir("/var/tmp");  // the lower layer must hold it: /tmp is fresh inside
+    fs::path dir = scratch / "etc";
     Write(dir / "inittab", "one\ntwo\nthree\n");
     fs::create_symlink("inittab", dir / "link");
-    std::string d = dir.path().string();
+    std::string d = dir.string();
     Result r = Run({"-r", scratch / "report", "-C", d, "--", "sh", "-c",
                     "sed -i s/two/TWO/ inittab; chmod 600 inittab; ln -sf gone link"});
     EXPECT_TRUE(r.err.empty() && r.status == 0) << r.err;
@@ -104,6 +106,110 @@ TEST_F(RehearseTest, ChangesAreListedWithADiffOfText) {
         EXPECT_TRUE(Has(report, line)) << line;
     EXPECT_EQ(Slurp(dir / "inittab"), "one\ntwo\nthree\n");
     EXPECT_EQ(fs::read_symlink(dir / "link"), "inittab");
+}
+
+// Mounts made for one test, in a mount namespace of the test's own: they
+// never show on the machine, and go with the test's process at the latest.
+class MountedTest : public RehearseTest {
+  protected:
+    std::vector<fs::path> mounted;
+    void SetUp() override {
+        RehearseTest::SetUp();
+        if (IsSkipped()) return;
+        ASSERT_TRUE(unshare(CLONE_NEWNS) == 0 &&
+                    mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
+    }
+    void TearDown() override {
+        for (auto it = mounted.rbegin(); it != mounted.rend(); ++it)
+            umount2(it->c_str(), MNT_DETACH);
+    }
+    void Mount(const char *type, const fs::path &at, const std::string &data) {
+        fs::create_directories(at);
+        ASSERT_EQ(mount(type, at.c_str(), type, 0, data.c_str()), 0) << at;
+        mounted.push_back(at);
+    }
+    /// An overlay at `at` over `lower`, its upper and work directories on a
+    /// tmpfs at `dir` (an upper layer cannot lie on an overlay, as /tmp may).
+    void Overlay(const fs::path &at, const fs::path &lower, const fs::path &dir) {
+        Mount("tmpfs", dir, "mode=0755");
+        fs::create_directories(dir / "upper");
+        fs::create_directories(dir / "work");
+        Mount("overlay", at,
+              "lowerdir=" + lower.string() + ",upperdir=" + (dir / "upper").string() +
+                  ",workdir=" + (dir / "work").string());
+    }
+};
+
+// A file, a program, a change, an addition and a removal in the real /tmp and
+// where the machine has mounted a file system (at a name mountinfo escapes):
+// copy-on-write as on the root, or read-only where the machine has it so or no
+// overlay can lie over it (a third overlay is one too many).
+TEST_F(MountedTest, MountedFileSystemsShowAndTheirChangesStayInside) {
+    auto fill = [](const fs::path &dir) {
+        Write(dir / "f", "old\n");
+        Write(dir / "gone", "x\n");
+        Write(dir / "prog", "#!/bin/sh\necho ran\n");
+        fs::permissions(dir / "prog", fs::perms::owner_all, fs::perm_options::add);
+    };
+    const fs::path tmp = scratch / "tmp", tmpfs = scratch / "a tmpfs", ro = scratch / "ro",
+                   layers = scratch / "layers";
+    struct Case {
+        fs::path dir;
+        std::function<void()> make;
+        bool writable, named;
+    };
+    // Kept on an overlay, as in a container: it cannot hold the marks of removals.
+    fs::create_directories(scratch / "keep-lower");
+    Overlay(scratch / "keep", scratch / "keep-lower", scratch / "keep-layers");
+    const Case cases[] = {
+        {tmp, [&] { fill(tmp); }, true, false},
+        {tmpfs,
+         [&] {
+             Mount("tmpfs", tmpfs, "mode=0755");
+             fill(tmpfs);
+         },
+         true, false},
+        {ro,
+         [&] {
+             Mount("tmpfs", ro, "mode=0755");
+             fill(ro);
+             ASSERT_EQ(mount(nullptr, ro.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+         },
+         false, false},
+        {layers / "two",
+         [&] {
+             Mount("tmpfs", layers, "mode=0755");
+             fill(layers / "low");
+             Overlay(layers / "one", layers / "low", layers / "1");
+             Overlay(layers / "two", layers / "one", layers / "2");
+         },
+         false, true},
+    };
+    for (const Case &c : cases) {
+        std::string d = c.dir.string();
+        SCOPED_TRACE(d);
+        c.make();
+        fs::path kept = scratch / "keep" / std::to_string(&c - cases);
+        Result r = Run({"-k", kept, "-r", scratch / "report", "-C", d, "--", "sh", "-c",
+                        "./prog && cat f && echo new > f && echo add > added && rm gone && "
+                        "echo wrote"});
+        std::string report = Slurp(scratch / "report");
+        EXPECT_EQ(r.out, c.writable ? "ran\nold\nwrote\n" : "ran\nold\n") << r.err;
+        EXPECT_EQ(Has(report, "rehearse: no changes\n"), !c.writable) << report;
+        EXPECT_EQ(Has(report, "no overlay could lie over it: " + d + " (overlay)\n"), c.named);
+        if (c.writable) {
+            EXPECT_EQ(r.status, 0);
+            EXPECT_EQ(r.err, "");
+            for (std::string line :
+                 {"~ file     0644 root:root  " + d + "/f (content changed)\n",
+                  "+ file     0644 root:root  " + d + "/added\n",
+                  "- file     0644 root:root  " + d + "/gone\n", std::string("-old\n+new\n")})
+                EXPECT_TRUE(Has(report, line)) << line << report;
+            EXPECT_EQ(Slurp(kept / c.dir.relative_path() / "added"), "add\n");
+        }
+        EXPECT_EQ(Slurp(c.dir / "f"), "old\n");
+        EXPECT_TRUE(fs::exists(c.dir / "gone") && !fs::exists(c.dir / "added"));
+    }
 }
 
 TEST_F(RehearseTest, CommandRunsAsAskedAndItsStatusPassesThrough) {
