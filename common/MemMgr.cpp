@@ -2,6 +2,7 @@
 #include "MemMgr.h"
 
 #include <algorithm>
+#include <bit>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -35,23 +36,147 @@ char *NodeAddr(MemBlock *b, long node) {
     return b->data + node * MEM_NODE_SIZE;
 }
 
-// First fit: the lowest index that begins `k` consecutive free nodes. This is
-// the first occurrence of a run of k spaces in the map string.
-long FindFreeRun(const char *map, int k) {
-    const char *end = map + MEM_NODES;
-    for (const char *p = map; p < end;) {
-        p = static_cast<const char *>(std::memchr(p, MEM_FREE, end - p));
-        if (!p) return -1;
-        const char *q = p;
-        while (q < end && *q == MEM_FREE && q - p < k) ++q;
-        if (q - p == k) return p - map;
-        p = q;
+// Every block in data-address order, so that FindBlock is a binary search
+// rather than a walk of the whole chain. Should the system refuse it room,
+// the chain is walked instead until it empties.
+struct IndexEntry {
+    uintptr_t start;  // the block's data, kept here to spare a visit to each block
+    MemBlock *block;
+};
+
+struct AddressIndex {
+    IndexEntry *entries = nullptr;
+    long count = 0, capacity = 0;
+    bool complete = true;
+} byAddress;
+
+uintptr_t Addr(const void *p) {
+    return reinterpret_cast<uintptr_t>(p);
+}
+
+// How many indexed blocks start at or below `p`. Free of branches on the
+// addresses, as the block a pointer falls in cannot be predicted.
+long StartingAtOrBelow(uintptr_t p) {
+    const IndexEntry *base = byAddress.entries;
+    if (byAddress.count == 0) return 0;
+    for (long n = byAddress.count; n > 1; n -= n / 2)
+        base = base[n / 2].start <= p ? base + n / 2 : base;
+    return base - byAddress.entries + (base->start <= p);
+}
+
+bool ReserveIndexSlot() {
+    if (byAddress.count < byAddress.capacity) return true;
+    long capacity = std::max(16L, 2 * byAddress.capacity);
+    void *grown =
+        std::realloc(byAddress.entries, static_cast<size_t>(capacity) * sizeof(IndexEntry));
+    if (!grown) return false;
+    byAddress.entries = static_cast<IndexEntry *>(grown);
+    byAddress.capacity = capacity;
+    return true;
+}
+
+void IndexInsert(MemBlock *b) {
+    IndexEntry *at = byAddress.entries + StartingAtOrBelow(Addr(b->data));
+    IndexEntry *end = byAddress.entries + byAddress.count;
+    std::copy_backward(at, end, end + 1);
+    *at = {Addr(b->data), b};
+    ++byAddress.count;
+}
+
+// A block that was never pushed, or was popped already, is not there.
+void IndexErase(MemBlock *b) {
+    long at = StartingAtOrBelow(Addr(b->data)) - 1;
+    if (at < 0 || byAddress.entries[at].block != b) return;
+    std::copy(byAddress.entries + at + 1, byAddress.entries + byAddress.count,
+              byAddress.entries + at);
+    --byAddress.count;
+}
+
+bool HoldsPointer(const MemBlock *b, const void *p) {
+    long off = Offset(b, p);
+    // Inclusive: a pointer just past the data area still counts as this block's.
+    return off >= 0 && off <= b->size;
+}
+
+// The first block in chain order that holds `p`: the rule when one data area
+// ends exactly where the next begins, so that both hold the pointer.
+MemBlock *FirstInChain(const void *p) {
+    for (MemBlock *b = pMemB; b; b = b->next)
+        if (HoldsPointer(b, p)) return b;
+    return nullptr;
+}
+
+// Calls apply(word, mask) for the bits of nodes [i, i + k), word by word.
+template <typename Apply>
+void ForEachWord(long i, long k, Apply apply) {
+    for (long n = i, end = i + k; n < end;) {
+        long lo = n & 63, count = std::min<long>(64 - lo, end - n);
+        apply(n >> 6, (count == 64 ? ~0ULL : (1ULL << count) - 1) << lo);
+        n += count;
+    }
+}
+
+// Every write to the map goes through MarkUsed and MarkFree, so that the
+// bit mirror never disagrees with the string that tests and DumpMem read.
+void MarkUsed(MemBlock *b, long i, long k) {
+    std::memset(b->map + i, MEM_USED, static_cast<size_t>(k));
+    ForEachWord(i, k, [b](long w, uint64_t mask) { b->freeBits[w] &= ~mask; });
+}
+
+void MarkFree(MemBlock *b, long i, long k) {
+    std::memset(b->map + i, MEM_FREE, static_cast<size_t>(k));
+    ForEachWord(i, k, [b](long w, uint64_t mask) { b->freeBits[w] |= mask; });
+    b->lowFree = std::min<int32_t>(b->lowFree, static_cast<int32_t>(i));
+    // Only the run through node i can have grown; measured only when a
+    // failed search left a bound to keep.
+    b->runBound = MEM_NODES + 1;
+}
+
+// The word holding the lowest free node; the hint moves up past full words
+// so that a block filled from the bottom is not walked again from node 0.
+long FirstFreeWord(MemBlock *b) {
+    long w = b->lowFree >> 6;
+    while (w < MEM_WORDS && b->freeBits[w] == 0) ++w;
+    b->lowFree = static_cast<int32_t>(w * 64);
+    return w;
+}
+
+// Positions of `free` (bit set = free node) that begin k <= 64 free nodes
+// within this word, by doubling the run length checked at each step.
+uint64_t RunStarts(uint64_t free, int k) {
+    // Both ends free is needed, and rules out most words at once.
+    if ((free & (free >> (k - 1))) == 0) return 0;
+    int len = 1;
+    for (; 2 * len <= k; len *= 2) free &= free >> len;
+    return free & (free >> (k - len));
+}
+
+// First fit: the lowest index that begins `k` consecutive free nodes, the
+// first occurrence of k spaces in the map string. A run that crosses words
+// is carried as the count of free nodes at the top of the words before; the
+// end of the bits stands for the map's closing NUL.
+long FindFreeRun(MemBlock *b, int k) {
+    long carry = 0, w = FirstFreeWord(b);
+    // A one-node request, the commonest, takes the lowest free node.
+    if (k == 1) return w < MEM_WORDS ? w * 64 + std::countr_zero(b->freeBits[w]) : -1;
+    for (; w < MEM_WORDS; ++w) {
+        uint64_t free = b->freeBits[w];
+        if (carry + std::countr_one(free) >= k) return w * 64 - carry;
+        uint64_t starts = k <= 64 ? RunStarts(free, k) : 0;
+        if (starts) return w * 64 + std::countr_zero(starts);
+        carry = free == ~0ULL ? carry + 64 : std::countl_one(free);
     }
     return -1;
 }
 
+bool NoneUsed(const MemBlock *b) {
+    for (uint64_t w : b->freeBits)
+        if (w != ~0ULL) return false;
+    return true;
+}
+
 void *TakeNodes(MemBlock *b, long i, int k) {
-    std::memset(b->map + i, MEM_USED, k);
+    MarkUsed(b, i, k);
     b->mat[i] = {static_cast<uint16_t>(k), NodeAddr(b, i)};
     std::memset(NodeAddr(b, i), 0, static_cast<size_t>(k) * MEM_NODE_SIZE);
     b->freeNodes -= k;
@@ -62,9 +187,12 @@ void *GetSmall(int k) {
     if (!pMemB && !GetNewBlock(0)) return nullptr;
     for (MemBlock *b = pMemB;; b = b->next) {
         if (!b && !(b = GetNewBlock(0))) return nullptr;
-        if (b->freeNodes < k) continue;
-        long i = FindFreeRun(b->map, k);
+        // A failed search is remembered until nodes are freed, so that a
+        // fragmented block is not searched again for runs it cannot hold.
+        if (b->freeNodes < k || b->runBound <= k) continue;
+        long i = FindFreeRun(b, k);
         if (i >= 0) return TakeNodes(b, i, k);
+        b->runBound = k;
     }
 }
 
@@ -75,7 +203,7 @@ void *GetDedicated(long r) {
     // Only `r` bytes are promised zero, but the whole area is cleared so that
     // a later move of the whole block copies nothing undefined.
     std::memset(b->data, 0, dataSize);
-    std::memset(b->map, MEM_USED, MEM_NODES);
+    MarkUsed(b, 0, MEM_NODES);
     b->freeNodes = 0;
     b->used = static_cast<int32_t>(r);
     return b->data;
@@ -89,7 +217,7 @@ int MatNodes(const MemBlock *b, long i) {
 
 void ShrinkInPlace(MemBlock *b, long i, int old, int k) {
     int d = old - k;
-    std::memset(b->map + i + k, MEM_FREE, d);
+    MarkFree(b, i + k, d);
     std::memset(NodeAddr(b, i + k), 0, static_cast<size_t>(d) * MEM_NODE_SIZE);
     b->mat[i].nodes = static_cast<uint16_t>(k);
     b->freeNodes += d;
@@ -97,7 +225,7 @@ void ShrinkInPlace(MemBlock *b, long i, int old, int k) {
 
 void GrowUpward(MemBlock *b, long i, int old, int k) {
     int d = k - old;
-    std::memset(b->map + i, MEM_USED, k);
+    MarkUsed(b, i, k);
     std::memset(NodeAddr(b, i + old), 0, static_cast<size_t>(d) * MEM_NODE_SIZE);
     b->mat[i].nodes = static_cast<uint16_t>(k);
     b->freeNodes -= d;
@@ -106,7 +234,7 @@ void GrowUpward(MemBlock *b, long i, int old, int k) {
 void *GrowDownward(MemBlock *b, long i, int old, int k) {
     int d = k - old;
     long j = i - d;
-    std::memset(b->map + j, MEM_USED, k);
+    MarkUsed(b, j, k);
     std::memmove(NodeAddr(b, j), NodeAddr(b, i), static_cast<size_t>(old) * MEM_NODE_SIZE);
     std::memset(NodeAddr(b, j + old), 0, static_cast<size_t>(d) * MEM_NODE_SIZE);
     b->mat[j] = {static_cast<uint16_t>(k), NodeAddr(b, j)};
@@ -211,17 +339,21 @@ MemBlock *GetNewBlock(long size) {
         return nullptr;
     }
     std::memset(b, 0, sizeof *b);
-    std::memset(b->map, MEM_FREE, MEM_NODES);
+    MarkFree(b, 0, MEM_NODES);
     b->map[MEM_NODES] = '\0';
-    PushBlock(b);
     b->size = static_cast<int32_t>(dataSize);
     b->data = data;
     b->freeNodes = MEM_NODES;
+    PushBlock(b);
     return b;
 }
 
 void PushBlock(MemBlock *block) {
     if (!block) return;
+    if (ReserveIndexSlot())
+        IndexInsert(block);
+    else
+        byAddress.complete = false;
     if (!pMemB) {
         pMemB = block;
         return;
@@ -234,9 +366,13 @@ void PushBlock(MemBlock *block) {
 
 MemBlock *PopBlock(MemBlock *block) {
     if (!block) return nullptr;
+    IndexErase(block);
     if (block == pMemB) {
         pMemB = block->next;
-        if (pMemB) pMemB->prev = nullptr;
+        if (pMemB)
+            pMemB->prev = nullptr;
+        else
+            byAddress.complete = true;  // nothing left unindexed
         return pMemB;
     }
     if (block->prev) block->prev->next = block->next;
@@ -246,12 +382,16 @@ MemBlock *PopBlock(MemBlock *block) {
 
 MemBlock *FindBlock(const void *pointer) {
     if (!pointer) return nullptr;
-    for (MemBlock *b = pMemB; b; b = b->next) {
-        long off = Offset(b, pointer);
-        // Inclusive: a pointer just past the data area still counts as this block's.
-        if (off >= 0 && off <= b->size) return b;
-    }
-    return nullptr;
+    // First fit keeps the head block the busiest, and it comes first in chain order.
+    if (pMemB && HoldsPointer(pMemB, pointer)) return pMemB;
+    if (!byAddress.complete) return FirstInChain(pointer);
+    long at = StartingAtOrBelow(Addr(pointer));
+    if (at == 0) return nullptr;
+    MemBlock *b = byAddress.entries[at - 1].block;
+    if (!HoldsPointer(b, pointer)) return nullptr;
+    if (pointer == b->data && at >= 2 && HoldsPointer(byAddress.entries[at - 2].block, pointer))
+        return FirstInChain(pointer);
+    return b;
 }
 
 void FreeBlock(MemBlock *block) {
@@ -288,10 +428,10 @@ void *PutMem(void *pointer) {
     if (i < MEM_NODES && b->mat[i].nodes != 0 && b->mat[i].addr) {
         int n = std::min<int>(b->mat[i].nodes, MEM_NODES - static_cast<int>(i));
         b->freeNodes += b->mat[i].nodes;
-        std::memset(b->map + i, MEM_FREE, n);
+        MarkFree(b, i, n);
         b->mat[i] = {0, nullptr};
     }
-    if (!std::memchr(b->map, MEM_USED, MEM_NODES)) FreeBlock(b);
+    if (NoneUsed(b)) FreeBlock(b);
     return nullptr;
 }
 

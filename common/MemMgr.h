@@ -3,9 +3,11 @@
 // Small requests are carved out of 64 KiB blocks in 32-byte nodes; each
 // block keeps a memory allocation table (MAT) and an occupancy map written
 // as a printable string (" " free, "U" used), so a first-fit search is a
-// substring search for a run of spaces. A request whose rounded size exceeds
-// 64 KiB gets a dedicated block of its own. A block goes back to the system
-// as soon as its last allocation is released. Single-threaded, no locking.
+// substring search for a run of spaces. The map is mirrored one bit a node,
+// so that the search and the emptiness test take 64 nodes at a time. A
+// request whose rounded size exceeds 64 KiB gets a dedicated block of its
+// own. A block goes back to the system as soon as its last allocation is
+// released. Single-threaded, no locking.
 #pragma once
 
 #include <cstddef>
@@ -15,6 +17,7 @@
 constexpr int MEM_NODE_SIZE = 32;
 constexpr int MEM_BLOCK_SIZE = 0x10000;
 constexpr int MEM_NODES = MEM_BLOCK_SIZE / MEM_NODE_SIZE;
+constexpr int MEM_WORDS = MEM_NODES / 64;
 constexpr char MEM_FREE = ' ';
 constexpr char MEM_USED = 'U';
 
@@ -31,7 +34,10 @@ struct MemBlock {
     int32_t freeNodes;  ///< count of " " in map; 0 for a dedicated block
     char *data;
     MemMatEntry mat[MEM_NODES];
-    char map[MEM_NODES + 1];  ///< the last byte is a NUL that ends every scan
+    char map[MEM_NODES + 1];       ///< the last byte is a NUL that ends every scan
+    uint64_t freeBits[MEM_WORDS];  ///< map mirrored, bit n%64 of word n/64 set when node n is free
+    int32_t lowFree;               ///< no node below this one is free
+    int32_t runBound;              ///< every free run is shorter than this
 };
 
 extern MemBlock *pMemB;       ///< head of the block chain, null when empty

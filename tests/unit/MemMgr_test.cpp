@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -99,6 +100,31 @@ TEST_F(MemMgrTest, DedicatedBlockShrinksInPlaceZeroingAndMovesWhenOutgrown) {
     EXPECT_STREQ(Adjust(pMemB->data, 70000), "payload");
     EXPECT_EQ(pMemB->next, nullptr) << "the small block went with its only allocation";
     EXPECT_GT(pMemB->size, MEM_BLOCK_SIZE);
+}
+
+// Where one data area ends exactly where the next begins, the shared address
+// belongs to the block that comes first in the chain, whatever the addresses.
+TEST_F(MemMgrTest, SharedBoundaryGoesToFirstBlockInChain) {
+    static char area[3 * MEM_BLOCK_SIZE];
+    for (bool lowFirst : {true, false}) {
+        SCOPED_TRACE(lowFirst);
+        auto blocks = std::make_unique<MemBlock[]>(3);
+        MemBlock &head = blocks[0], &low = blocks[1], &high = blocks[2];
+        head.data = area + 2 * MEM_BLOCK_SIZE;
+        low.data = area;
+        high.data = area + MEM_BLOCK_SIZE;
+        for (MemBlock *b : {&head, &low, &high}) b->size = MEM_BLOCK_SIZE;
+        PushBlock(&head);
+        PushBlock(lowFirst ? &low : &high);
+        PushBlock(lowFirst ? &high : &low);
+        EXPECT_EQ(FindBlock(high.data), lowFirst ? &low : &high);
+        EXPECT_EQ(FindBlock(high.data + 1), &high);
+        EXPECT_EQ(FindBlock(low.data), &low);
+        int elsewhere = 0;
+        EXPECT_EQ(FindBlock(&elsewhere), nullptr);
+        for (MemBlock *b : {&head, &low, &high}) PopBlock(b);
+        EXPECT_EQ(pMemB, nullptr);
+    }
 }
 
 TEST_F(MemMgrTest, DumpShowsMapAndAllocations) {
