@@ -55,6 +55,10 @@ mode_t CreationMode() {
 }  // namespace
 
 FILE *OpenReplacement(const char *path, char *scratch, size_t size) {
+    if (Seam.replace) {
+        if (size > 0) scratch[0] = '\0';
+        return path ? Seam.replace(path) : nullptr;
+    }
     char target[PATH_MAX];
     if (!path || !Target(path, target, sizeof target)) return nullptr;
     if (!Fits(scratch, size, target, ".XXXXXX")) return nullptr;
@@ -71,6 +75,7 @@ FILE *OpenReplacement(const char *path, char *scratch, size_t size) {
 }
 
 int CommitReplacement(FILE *file, const char *scratch, const char *path, int permissions) {
+    if (Seam.commit) return Seam.commit(file, path, permissions);
     char target[PATH_MAX];
     bool ok = file && path && Target(path, target, sizeof target);
     if (ok && permissions) ok = fchmod(fileno(file), static_cast<mode_t>(permissions)) == 0;

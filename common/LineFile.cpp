@@ -119,9 +119,9 @@ FILE *OpenIOFiles(const char *file, const char *ext) {
 int ReplaceFileByCopy(const char *file, const char *copy) {
     char command[2 * FN_SIZE + 16];
     Format(command, sizeof command, "rm -f %s", OrEmpty(file));
-    std::system(command);
+    RunShellLine(command);
     Format(command, sizeof command, "mv %s %s", OrEmpty(copy), OrEmpty(file));
-    return std::system(command);
+    return RunShellLine(command);
 }
 
 int ReplaceInputFile() {
@@ -181,6 +181,10 @@ void SplitAtLastSlash(char *path, DirEntry &out) {
 }
 
 int InDirectoryList(const DirEntry &entry) {
+    if (Seam.exists) {
+        char path[2 * STRIP_BUF_SIZE + 2];
+        return Format(path, sizeof path, "%s/%s", entry.dir, entry.name) && Seam.exists(path);
+    }
     MemPtr<char> list(GetDirFileList(entry.dir));
     if (!list) return 0;
     return FindToken(entry.name, list.get()) ? 1 : 0;

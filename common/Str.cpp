@@ -255,11 +255,11 @@ char *GetHostname() {
 char *GetUserName() {
     MemPtr<char> command(GetCmdNoFlags(CMD_WHOAMI));
     if (!command) return nullptr;
-    FILE *pipe = popen(command.get(), "r");
+    FILE *pipe = OpenShellPipe(command.get());
     if (!pipe) return nullptr;
     char line[USERNAME_SIZE] = {};
     if (!std::fgets(line, sizeof line, pipe)) line[0] = '\0';
-    pclose(pipe);
+    CloseShellPipe(pipe);
     line[std::strcspn(line, "\n\r")] = '\0';
     return Copy(line);
 }

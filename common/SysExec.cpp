@@ -157,14 +157,14 @@ MemPtr<char> ResponseCommand(int index, const char *format, va_list args) {
 // Runs `line` and hands each kept piece of its output to `keep`.
 template <typename Keep>
 bool ReadResponse(const char *line, const char *filter, Keep keep) {
-    FILE *pipe = popen(line, "r");
+    FILE *pipe = OpenShellPipe(line);
     if (!pipe) return false;
     char piece[RESPONSE_READ_SIZE];
     while (std::fgets(piece, sizeof piece, pipe)) {
         if (filter && *filter && !std::strstr(piece, filter)) continue;
         keep(piece, std::strlen(piece));
     }
-    pclose(pipe);
+    CloseShellPipe(pipe);
     return true;
 }
 
@@ -234,7 +234,7 @@ int SysCmd(int index, int mode, const char *format, ...) {
     if (!line) return ENOMEM;
 
     std::fflush(stdout);  // what the user already saw comes before the command's output
-    int result = std::system(line.get());
+    int result = RunTableLine(i, text.get(), line.get());
     // The error number, not the exit status, is the result: callers have
     // always tested it this way, and a command that fails while errno is 0
     // therefore counts as a success.
@@ -253,7 +253,7 @@ int SysCmdP(int mode, const char *format, ...) {
     bool reporting = mode == 1 || mode == 2;
     if (reporting) std::printf("%s\n", line.get());
     std::fflush(stdout);
-    int status = std::system(line.get());
+    int status = RunShellLine(line.get());
     int result = status >> 7;  // 7, not 8: the error numbers users know come out of this
     if (status != 0 && reporting) {
         errno = result;
@@ -263,7 +263,7 @@ int SysCmdP(int mode, const char *format, ...) {
             if (mode == 2) std::exit(1);
         }
     }
-    std::system("/usr/bin/sleep 1");
+    RunShellLine("/usr/bin/sleep 1");
     return result;
 }
 

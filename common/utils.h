@@ -7,3 +7,4 @@
 #include "Str.h"
 #include "Msg.h"
 #include "LineFile.h"
+#include "Seam.h"

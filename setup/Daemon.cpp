@@ -96,7 +96,7 @@ void OrvelClean(int removeWorkCopies) {
     // `manual` keeps the queue tool's work as well as ours.
     if (removeWorkCopies && flInstalled) {
         MemPtr<char> clean(SaveStr("%s/pnqadmin -clean", AppDir));
-        if (std::system(clean.get()) == -1) { /* the queue tool reports its own problems */
+        if (RunShellLine(clean.get()) == -1) { /* the queue tool reports its own problems */
         }
     }
 }

@@ -271,18 +271,22 @@ int Install() {
     // command-line base is.
     const char *base = pInstallDir ? pInstallDir : Name;
     std::snprintf(AppDir, sizeof AppDir, "%s/%s/%s", base, COMPANY, PRODUCT_DIR);
-    SysCmd(CMD_CHMOD, 0, "755 %s/Orvel", base);
-    CreatePackageDirectories();
-    LinkUnderOpt(base);
-    GenerateInterfaceScripts();
+    PreparePackageDirectory(base);
     if (ProcessPkgList("pkg") != 0) return 1;
     flInstalled = 1;
     flExitTextMenu = 1;
     std::fflush(stdout);
     MemPtr<char> upgrade(SaveStr("%s/pnqadmin -upgrade", AppDir));
-    if (std::system(upgrade.get()) == -1) { /* the queue tool reports its own problems */
+    if (RunShellLine(upgrade.get()) == -1) { /* the queue tool reports its own problems */
     }
     return 0;
+}
+
+void PreparePackageDirectory(const char *base) {
+    SysCmd(CMD_CHMOD, 0, "755 %s/Orvel", base);
+    CreatePackageDirectories();
+    LinkUnderOpt(base);
+    GenerateInterfaceScripts();
 }
 
 int DirectoryFits(const char *directory) {

@@ -10,31 +10,13 @@
 #include <cstdio>
 #include <cstring>
 
+#include "PkgList.h"
 #include "Scripts.h"
 #include "setup.h"
 
 namespace {
 
-constexpr const char *COMMANDS = ",dir,dirto,t,c,m,#,v,s,newdir,checkps";
-enum Command {
-    PL_UNKNOWN = 0,
-    PL_DIR,
-    PL_DIRTO,
-    PL_TOUCH,
-    PL_COPY,
-    PL_MUST_EXIST,
-    PL_COMMENT,
-    PL_RELEASE,
-    PL_SAME_AS_M,
-    PL_NEWDIR,
-    PL_CHECKPS
-};
-constexpr const char *ATTRIBUTES = ",mode,bat,owner,group,link,name,sed";
-enum Attribute { AT_MODE = 1, AT_BAT, AT_OWNER, AT_GROUP, AT_LINK, AT_NAME, AT_SED };
-constexpr const char *OPERATORS = ",<,<=,=,>,>=,";
-
-constexpr const char *WORD_SEPARATORS = " \r\n";  // tabs are part of words
-constexpr const char *REST_OF_LINE = "\r\n";
+using namespace pkglist;
 
 // One line being carried out; words come from its own cursor, so commands run
 // meanwhile cannot disturb the scan.
@@ -132,13 +114,13 @@ class ListLine {
         int order = std::strcmp(system.release, haveRelease ? release : "");
         bool holds = false;
         switch (FindToken(name_, OPERATORS)) {
-            case 1:
+            case OP_LESS:
                 holds = order < 0;
                 break;
-            case 2:
+            case OP_LESS_EQUAL:
                 holds = order <= 0;
                 break;
-            case 5:
+            case OP_GREATER_EQUAL:
                 holds = true;
                 break;
             default:
@@ -239,7 +221,11 @@ int QuitForRunningProcesses(const char *processList) {
 
 int ProcessPkgList(const char *packageSubdir) {
     MemPtr<char> list(SaveStr("%s/%s/pkg.list", pOrvelInstallDir, packageSubdir));
-    OpenInputFile(list.get(), 2);
+    return RunPkgList(list.get(), packageSubdir);
+}
+
+int RunPkgList(const char *listPath, const char *packageSubdir) {
+    OpenInputFile(listPath, 2);
     while (GetFileLine()) {
         ListLine line(LineBuf, packageSubdir);
         if (line.Run() != 0) {

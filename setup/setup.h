@@ -57,9 +57,17 @@ int GetDirName(const char *const *info, const char *defaultDir, int offerPreviou
 /// Base directory of an earlier installation (in Name), or null.
 char *LocatePreviousInstallation();
 
+/// What the package list finds before its first line: the package directory
+/// <base>/Orvel/pnzz (AppDir) with .pn_cfg and the interface scripts, the
+/// spool directories, and the link under /opt.
+void PreparePackageDirectory(const char *base);
+
 // Package list.
 /// 0 when the list ran to its end, 1 when a checkps answer stopped it.
 int ProcessPkgList(const char *packageSubdir);
+/// ProcessPkgList on the list at `listPath`, wherever it lies; the files it
+/// names are still taken from <pOrvelInstallDir>/<packageSubdir>.
+int RunPkgList(const char *listPath, const char *packageSubdir);
 /// 0 when none of the comma-separated programs runs (any more), 1 to quit.
 int QuitForRunningProcesses(const char *processList);
 int TestConfigFlag(const char *directory, const char *name);
