@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -335,4 +336,13 @@ int PathFits(const char *path, int room) {
         rest.remove_prefix(slash == std::string_view::npos ? rest.size() : slash + 1);
     }
     return 0;
+}
+
+int ClampedInt(const char *text, bool *fits) {
+    errno = 0;
+    long value = std::strtol(text ? text : "", nullptr, 10);
+    bool inRange = errno != ERANGE && value >= INT_MIN && value <= INT_MAX;
+    if (fits) *fits = inRange;
+    if (inRange) return static_cast<int>(value);
+    return value < 0 ? INT_MIN : INT_MAX;
 }

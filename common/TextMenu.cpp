@@ -66,11 +66,16 @@ bool Toggle(MENU *menu, int index, const char *option) {
     long cur = old;
     int count = item.choiceCount;
     auto available = [&](long choice) {
-        const char *token = item.choices ? GetTokenN(item.choices, ",", static_cast<int>(choice) + 1) : nullptr;
+        const char *token =
+            item.choices ? GetTokenN(item.choices, ",", static_cast<int>(choice) + 1) : nullptr;
         return token && token[0] != ' ';
     };
     bool changed = false;
-    int typed = option && std::isdigit(static_cast<unsigned char>(*option)) ? std::atoi(option) : 0;
+    // A number past any int is no choice at all, as an unknown one is.
+    bool fits = false;
+    int typed =
+        option && std::isdigit(static_cast<unsigned char>(*option)) ? ClampedInt(option, &fits) : 0;
+    if (!fits) typed = 0;
     if (typed >= 1 && typed <= count) {
         cur = typed - 1;
         changed = available(cur);
@@ -114,31 +119,31 @@ int InitMenu(MENU *menu) {
     for (int i = 0; menu->items[i].text; ++i) {
         MENUITEM &item = menu->items[i];
         switch (item.type) {
-        case MENU_PICKONE:
-        case MENU_PICKMANY:
-            item.choiceCount = item.choices ? GetTokenCount(item.choices, ",") : 0;
-            if (item.type == MENU_PICKMANY && item.value.number == 0)
-                item.defaultValue.number = item.value.number = 1;
-            if (item.type == MENU_PICKONE) item.value.number = item.defaultValue.number;
-            item.savedValue.number = item.defaultValue.number;
-            UpdateStateSelection(menu, i);
-            ProcessStateFormat(menu, i);
-            break;
-        case MENU_NAME:
-        case MENU_STRING:
-            if (!item.value.text) item.value.text = static_cast<char *>(GetMem(MENU_TEXT_SIZE));
-            if (item.value.text)
-                std::snprintf(item.value.text, MENU_TEXT_SIZE, "%s",
-                              item.defaultValue.text ? item.defaultValue.text : "");
-            break;
-        case MENU_INT:
-            item.value.number = item.defaultValue.number;
-            break;
-        case MENU_FLOAT:
-            item.value.real = item.defaultValue.real;
-            break;
-        default:
-            break;
+            case MENU_PICKONE:
+            case MENU_PICKMANY:
+                item.choiceCount = item.choices ? GetTokenCount(item.choices, ",") : 0;
+                if (item.type == MENU_PICKMANY && item.value.number == 0)
+                    item.defaultValue.number = item.value.number = 1;
+                if (item.type == MENU_PICKONE) item.value.number = item.defaultValue.number;
+                item.savedValue.number = item.defaultValue.number;
+                UpdateStateSelection(menu, i);
+                ProcessStateFormat(menu, i);
+                break;
+            case MENU_NAME:
+            case MENU_STRING:
+                if (!item.value.text) item.value.text = static_cast<char *>(GetMem(MENU_TEXT_SIZE));
+                if (item.value.text)
+                    std::snprintf(item.value.text, MENU_TEXT_SIZE, "%s",
+                                  item.defaultValue.text ? item.defaultValue.text : "");
+                break;
+            case MENU_INT:
+                item.value.number = item.defaultValue.number;
+                break;
+            case MENU_FLOAT:
+                item.value.real = item.defaultValue.real;
+                break;
+            default:
+                break;
         }
     }
     return longest;
@@ -166,7 +171,9 @@ int FindSelection(MENU *menu, char *line, int count) {
     pOption = p;
     MENUITEM *items = menu->items;
     if (std::isdigit(static_cast<unsigned char>(line[0]))) {
-        int n = std::atoi(line);
+        bool fits = false;
+        int n = ClampedInt(line, &fits);
+        if (!fits) return 0;  // no item carries a number past any int
         for (int i = 0; i < count; ++i)
             if (!HasHotKey(items[i]) && items[i].state == 0 && items[i].key == n) return i + 1;
         return 0;
@@ -206,8 +213,8 @@ MENU *ValidateMenu(MENU *menu, int index) {
         if (start == std::string_view::npos) break;
         conditions.remove_prefix(start);
         size_t end = conditions.find_first_of(" \t");
-        MemPtr<char> condition(SaveStr("%.*s", static_cast<int>(conditions.substr(0, end).size()),
-                                       conditions.data()));
+        MemPtr<char> condition(
+            SaveStr("%.*s", static_cast<int>(conditions.substr(0, end).size()), conditions.data()));
         if (TestStateCondition(menu, condition.get(), index)) return item.value.menus[k];
         ++k;
         conditions.remove_prefix(end == std::string_view::npos ? conditions.size() : end);
@@ -231,45 +238,45 @@ int ProcessSelection(MENU *menu, int index, char *option) {
     MENUITEM &item = menu->items[index];
     bool changed = false;
     switch (item.type) {
-    case MENU_APPLY:
-        if (!TestNames(menu)) return 0;
-        [[fallthrough]];
-    case MENU_LOAD:
-    case MENU_EXIT:
-    case MENU_ACTION:
-        // The handler says 0 for done; without one the item simply happens.
-        return !item.handler || item.handler(menu, &item) == 0;
-    case MENU_SUBMENU:
-        if (MENU *sub = ValidateMenu(menu, index)) RunMenu(sub, nullptr, 1);
-        if (menu->refreshHandler) menu->refreshHandler(menu, nullptr, 1);
-        return 0;
-    case MENU_PICKONE:
-        if (item.choiceCount >= 3) return ProcessStateValue(menu, index, option);
-        changed = Toggle(menu, index, option);
-        break;
-    case MENU_PICKMANY:
-        return ProcessStateValue(menu, index, option);
-    case MENU_NAME:
-    case MENU_STRING:
-        if (!ReadValue(item, option)) return 0;
-        if (item.value.text) std::snprintf(item.value.text, MENU_TEXT_SIZE, "%s", LineBuf);
-        // Text handlers hear of the new value twice, first without the item:
-        // handlers written for both calls rely on it.
-        if (item.handler) item.handler(menu, nullptr);
-        changed = true;
-        break;
-    case MENU_INT:
-        if (!ReadValue(item, option)) return 0;
-        item.value.number = std::atoi(LineBuf);
-        changed = true;
-        break;
-    case MENU_FLOAT:
-        if (!ReadValue(item, option)) return 0;
-        item.value.real = static_cast<float>(std::atof(LineBuf));
-        changed = true;
-        break;
-    default:
-        return 0;
+        case MENU_APPLY:
+            if (!TestNames(menu)) return 0;
+            [[fallthrough]];
+        case MENU_LOAD:
+        case MENU_EXIT:
+        case MENU_ACTION:
+            // The handler says 0 for done; without one the item simply happens.
+            return !item.handler || item.handler(menu, &item) == 0;
+        case MENU_SUBMENU:
+            if (MENU *sub = ValidateMenu(menu, index)) RunMenu(sub, nullptr, 1);
+            if (menu->refreshHandler) menu->refreshHandler(menu, nullptr, 1);
+            return 0;
+        case MENU_PICKONE:
+            if (item.choiceCount >= 3) return ProcessStateValue(menu, index, option);
+            changed = Toggle(menu, index, option);
+            break;
+        case MENU_PICKMANY:
+            return ProcessStateValue(menu, index, option);
+        case MENU_NAME:
+        case MENU_STRING:
+            if (!ReadValue(item, option)) return 0;
+            if (item.value.text) std::snprintf(item.value.text, MENU_TEXT_SIZE, "%s", LineBuf);
+            // Text handlers hear of the new value twice, first without the item:
+            // handlers written for both calls rely on it.
+            if (item.handler) item.handler(menu, nullptr);
+            changed = true;
+            break;
+        case MENU_INT:
+            if (!ReadValue(item, option)) return 0;
+            item.value.number = ClampedInt(LineBuf);
+            changed = true;
+            break;
+        case MENU_FLOAT:
+            if (!ReadValue(item, option)) return 0;
+            item.value.real = static_cast<float>(std::atof(LineBuf));
+            changed = true;
+            break;
+        default:
+            return 0;
     }
     if (changed && item.handler) item.handler(menu, &item);
     return changed;
@@ -329,7 +336,8 @@ int RunMenu(MENU *menu, const char *settingsFile, int interactive) {
         bool leave;
         if (menu->parentMenu) {
             MemPtr<char> question(TextMenuString(1017));
-            leave = PromptYN(question.get(), menu->parentMenu->title ? menu->parentMenu->title : "");
+            leave =
+                PromptYN(question.get(), menu->parentMenu->title ? menu->parentMenu->title : "");
         } else {
             MemPtr<char> question(TextMenuString(1018));
             leave = PromptYN(question.get(), my_name ? my_name : "");

@@ -19,8 +19,7 @@ const std::string kTitle = "Install Print Driver and Utilities";
 TEST(SetupTty, MakesASiteFromTheMenuAndLeaves) {
     if (!tty::TmuxAvailable()) GTEST_SKIP() << "tmux is not installed; the terminal tests need it";
     if (geteuid() != 0) GTEST_SKIP() << "the sandbox needs root";
-    // The sandbox has a /tmp of its own: the medium lies where it can see it.
-    testfiles::TempDir dir("/var/tmp");
+    testfiles::TempDir dir;
     std::string site = (dir / "site").string();
     std::string make = std::string(MKMEDIUM_BIN) + " --site --setup " + SETUP_BIN +
                        " --help-file " + DEMO_DIR "/setup.hlp -o " + site + " " + DEMO_DIR +
