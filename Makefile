@@ -2,7 +2,7 @@
 BUILD   ?= build
 JOBS    ?= $(shell nproc 2>/dev/null || echo 2)
 DEB_PKGS = g++ cmake make libgtest-dev libbenchmark-dev libncurses-dev ncompress tar procps util-linux diffutils \
-           dosfstools mtools fusefat tmux
+           dosfstools mtools fusefat tmux groff-base
 
 .PHONY: all deps configure build test demo fuzz clean
 
