@@ -140,11 +140,13 @@ void WriteString(SCREEN *screen, const char *format, ...) {
     // the pick screen writes from the left edge with x = 0.
     if (screen->y > screen->lines || screen->y < 1) screen->y = 1;
     if (screen->x > screen->cols || screen->x < 1) screen->x = 0;
-    char text[WRITESTRING_SIZE];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(text, sizeof text, format ? format : "", args);
-    va_end(args);
+    char text[WRITESTRING_SIZE] = "";
+    if (format) {
+        va_list args;
+        va_start(args, format);
+        std::vsnprintf(text, sizeof text, format, args);
+        va_end(args);
+    }
     long size = GridSize(screen);
     if (!size) return;
     long at = static_cast<long>(screen->y - 1) * screen->cols + screen->x;
