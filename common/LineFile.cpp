@@ -180,11 +180,23 @@ void SplitAtLastSlash(char *path, DirEntry &out) {
     CopyBounded(out.dir, sizeof out.dir, path);
 }
 
+// True when the name is an entry of a directory that can be listed, asked of
+// the entry itself: the answer the listing would give, without reading all
+// of /tmp before every log message. Only a miss needs the listing, whose
+// blank-separated words can also match a piece of a name holding blanks.
+bool ListedByName(const DirEntry &entry) {
+    if (!*entry.dir || !*entry.name || std::strchr(entry.name, ' ')) return false;
+    char path[2 * FN_SIZE + 2];
+    struct stat st;
+    return Format(path, sizeof path, "%s/%s", entry.dir, entry.name) &&
+           lstat(path, &st) == 0 && access(entry.dir, R_OK) == 0;
+}
+
 int InDirectoryList(const DirEntry &entry) {
-    if (Seam.exists) {
-        char path[2 * STRIP_BUF_SIZE + 2];
+    char path[2 * FN_SIZE + 2];
+    if (Seam.exists)
         return Format(path, sizeof path, "%s/%s", entry.dir, entry.name) && Seam.exists(path);
-    }
+    if (ListedByName(entry)) return 1;
     MemPtr<char> list(GetDirFileList(entry.dir));
     if (!list) return 0;
     return FindToken(entry.name, list.get()) ? 1 : 0;
