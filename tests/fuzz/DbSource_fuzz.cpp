@@ -1,11 +1,8 @@
 // The text form of a record database: the input is parsed by ParseDbSource;
 // every record it yields is written back with WriteDbSourceRecord, and the
 // line written must parse to the same key and bytes.
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <vector>
 
 #include "DbSource.h"
 #include "FuzzSupport.h"

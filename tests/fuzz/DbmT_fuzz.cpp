@@ -2,12 +2,8 @@
 // DbTOpen. The keys its list gives are looked up in every way, patterns
 // from them select link lists, and records are purged and added in memory
 // (nothing is saved), after which a lookup must find what was added.
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <string>
-#include <string_view>
-#include <vector>
 
 #include "Dbm.h"
 #include "FuzzSupport.h"
@@ -15,18 +11,12 @@
 
 namespace {
 
-constexpr size_t MAX_KEYS = 32;  // enough to reach every kind of record, few enough to stay fast
 constexpr const char *ADDED = "fuzz.added";
 
 unsigned char buffer[DBM_RECORD_SIZE];
 
 std::vector<std::string> Keys(DbT *db, bool sorted) {
-    std::vector<std::string> keys;
-    MemPtr<char> list(sorted ? DbmTGetRecordListS(db, "\n", "") : DbmTGetRecordList(db, "\n", ""));
-    if (!list) return keys;
-    std::string_view rest(list.get() + 1);  // past the first separator
-    while (keys.size() < MAX_KEYS && !rest.empty()) keys.emplace_back(fuzz::Cut(rest, '\n'));
-    return keys;
+    return fuzz::Keys(sorted ? DbmTGetRecordListS(db, "\n", "") : DbmTGetRecordList(db, "\n", ""));
 }
 
 void LookUp(DbT *db, const std::string &key) {
@@ -38,14 +28,8 @@ void LookUp(DbT *db, const std::string &key) {
     if (into != small) PutMem(into);
 }
 
-void CheckLinkList(DbT *db, const char *pattern) {
-    DbmLinkNode *list = DbmTGetDbLinkList(db, pattern);
-    for (DbmLinkNode *node = list; node; node = node->next) {
-        // The body holds the key, its NUL, then the data.
-        if (!std::strstr(reinterpret_cast<const char *>(node->body), pattern)) std::abort();
-        if (node->size) std::memcpy(buffer, node->data, node->size);
-    }
-    DbmFreeDbLinkList(list);
+void CheckLinkList(DbT *db, const std::string &pattern) {
+    fuzz::CheckLinkList(DbmTGetDbLinkList(db, pattern.c_str()), pattern.c_str());
 }
 
 }  // namespace
@@ -59,8 +43,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::Input input;
-    std::string_view bytes(reinterpret_cast<const char *>(data), size);
-    fuzz::WriteFile("tool/db/t.vdb", bytes);
+    fuzz::WriteFile("tool/db/t.vdb", fuzz::Bytes(data, size));
     DbT *db = DbTOpen("t", 0);
     if (!db) return 0;
 
@@ -70,7 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     LookUp(db, "absent");
     CheckLinkList(db, "");
     if (!keys.empty() && !keys[0].empty()) {
-        CheckLinkList(db, keys[0].substr(keys[0].size() / 2).c_str());
+        CheckLinkList(db, keys[0].substr(keys[0].size() / 2));
         PurgeTRecord(db, keys[0].c_str(), 0);
         PurgeTRecord(db, keys[0].c_str(), 1);
     }

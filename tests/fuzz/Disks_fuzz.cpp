@@ -1,12 +1,9 @@
 // The disks file: the input is split as SplitDisksText does for the
 // diskette installation and the join, then read from a medium as "disks"
 // and as "DISKS" (upper-cased up to the end marker) and its files copied,
-// the copies only recorded (FakeExec.cpp).
-#include <cstdint>
+// the copies never run (FakeExec.cpp).
 #include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <string_view>
 
 #include "Disks.h"
 #include "FuzzSupport.h"
@@ -48,7 +45,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::Input input;
-    std::string_view bytes(reinterpret_cast<const char *>(data), size);
+    std::string_view bytes = fuzz::Bytes(data, size);
     CheckSplit(bytes, DISKS_WORD_SEPARATORS);
     CheckSplit(bytes, " \r\n");
     ReadAs("disks", bytes);

@@ -1,5 +1,5 @@
 // The command layer of the fuzz build, in place of common/SysExec.cpp: the
-// line a command would run is recorded, never handed to a shell, whatever
+// line a command would run is formatted, never handed to a shell, whatever
 // the input makes of it. GetCmdResponse answers with the text a harness
 // set for that command (fuzz::SetResponse), so that readers of df or ps
 // output can be driven without the programs.
@@ -28,23 +28,23 @@ int TableIndex(int index) {
     return index < 0 ? -index : index;
 }
 
-std::string FormatV(const char *format, va_list args) {
+// The command line is formatted as the real layer would, so that the
+// sanitizers see a format that does not fit its arguments.
+void Format(const char *format, va_list args) {
     va_list measure;
     va_copy(measure, args);
     int length = std::vsnprintf(nullptr, 0, format, measure);
     va_end(measure);
-    if (length < 0) return {};
+    if (length < 0) return;
     std::string text(static_cast<size_t>(length) + 1, '\0');
     std::vsnprintf(text.data(), text.size(), format, args);
-    text.pop_back();
-    return text;
 }
 
-// "<name> <args> <text>" as the real layer would run it, less the directory.
-std::string CommandLine(int i, const std::string &text) {
-    if (i <= 1) return text;
-    return std::string(ComList[i].name) + " " + ComList[i].args + " " + text;
-}
+#define FORMAT_ARGS(format)     \
+    va_list args;               \
+    va_start(args, format);     \
+    Format(format, args);       \
+    va_end(args)
 
 // The kept lines of the response set for row `i`, each ended by a newline.
 template <typename Keep>
@@ -69,45 +69,28 @@ void Respond(int i, const char *filter, Keep keep) {
 
 }  // namespace
 
-namespace fuzz {
-
-void SetResponse(int index, const char *output) {
+void fuzz::SetResponse(int index, const char *output) {
     int i = TableIndex(index);
     if (i < 0) return;
     hasResponse[i] = output != nullptr;
     responses[i] = output ? output : "";
 }
 
-}  // namespace fuzz
-
 int SysCmd(int index, int, const char *format, ...) {
-    int i = TableIndex(index);
-    if (i < 0) return EINVAL;
-    va_list args;
-    va_start(args, format);
-    std::string text = FormatV(format, args);
-    va_end(args);
-    fuzz::Record(CommandLine(i, text));
+    if (TableIndex(index) < 0) return EINVAL;
+    FORMAT_ARGS(format);
     return 0;
 }
 
 int SysCmdP(int, const char *format, ...) {
-    va_list args;
-    va_start(args, format);
-    std::string text = FormatV(format, args);
-    va_end(args);
-    fuzz::Record(text);
+    FORMAT_ARGS(format);
     return 0;
 }
 
 ResponseLine *GetCmdResponse(int index, const char *filter, const char *format, ...) {
     int i = TableIndex(index);
     if (i < 0) return nullptr;
-    va_list args;
-    va_start(args, format);
-    std::string text = FormatV(format, args);
-    va_end(args);
-    fuzz::Record(CommandLine(i, text));
+    FORMAT_ARGS(format);
     ResponseLine *head = nullptr;
     ResponseLine **tail = &head;
     Respond(i, filter, [&tail](const std::string &line) {
@@ -124,11 +107,7 @@ ResponseLine *GetCmdResponse(int index, const char *filter, const char *format, 
 char *GetCmdResponseStr(int index, const char *filter, const char *format, ...) {
     int i = TableIndex(index);
     if (i < 0) return nullptr;
-    va_list args;
-    va_start(args, format);
-    std::string text = FormatV(format, args);
-    va_end(args);
-    fuzz::Record(CommandLine(i, text));
+    FORMAT_ARGS(format);
     std::string all;
     Respond(i, filter, [&all](const std::string &line) {
         all += line;
@@ -153,12 +132,12 @@ int __real_system(const char *line);
 FILE *__real_popen(const char *line, const char *mode);
 
 int __wrap_system(const char *line) {
-    if (fuzz::InInput()) Bypassed("system", line);
+    if (fuzz::Input::running) Bypassed("system", line);
     return __real_system(line);
 }
 
 FILE *__wrap_popen(const char *line, const char *mode) {
-    if (fuzz::InInput()) Bypassed("popen", line);
+    if (fuzz::Input::running) Bypassed("popen", line);
     return __real_popen(line, mode);
 }
 }

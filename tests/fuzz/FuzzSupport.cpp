@@ -4,25 +4,16 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+
+#include "Dbm.h"
+#include "MemMgr.h"
 
 namespace fuzz {
 
 namespace fs = std::filesystem;
-
-namespace {
-
-bool running = false;
-size_t commandCount = 0;
-std::string lastCommand;
-
-void RemoveWorkDir() {
-    std::error_code ignored;
-    fs::remove_all(WorkDir(), ignored);
-}
-
-}  // namespace
 
 const std::string &WorkDir() {
     static const std::string dir = [] {
@@ -36,7 +27,10 @@ const std::string &WorkDir() {
         }
         return pattern;
     }();
-    static const bool cleanup = std::atexit(RemoveWorkDir) == 0;
+    static const bool cleanup = std::atexit([] {
+        std::error_code ignored;
+        fs::remove_all(WorkDir(), ignored);
+    }) == 0;
     (void)cleanup;
     return dir;
 }
@@ -76,31 +70,22 @@ std::string_view Cut(std::string_view &data, char separator) {
     return head;
 }
 
-size_t CommandCount() {
-    return commandCount;
+std::vector<std::string> Keys(char *list, size_t max) {
+    MemPtr<char> owned(list);
+    std::vector<std::string> keys;
+    std::string_view rest(list ? list + 1 : "");  // past the first separator
+    while (keys.size() < max && !rest.empty()) keys.emplace_back(Cut(rest, '\n'));
+    return keys;
 }
 
-const std::string &LastCommand() {
-    return lastCommand;
-}
-
-void Record(std::string line) {
-    ++commandCount;
-    lastCommand = std::move(line);
-}
-
-Input::Input() {
-    running = true;
-    commandCount = 0;
-    lastCommand.clear();
-}
-
-Input::~Input() {
-    running = false;
-}
-
-bool InInput() {
-    return running;
+void CheckLinkList(DbmLinkNode *list, const char *pattern) {
+    static unsigned char buffer[DBM_RECORD_SIZE];
+    for (DbmLinkNode *node = list; node; node = node->next) {
+        // The body holds the key, its NUL, then the data.
+        if (!std::strstr(reinterpret_cast<const char *>(node->body), pattern)) std::abort();
+        if (node->size) std::memcpy(buffer, node->data, node->size);
+    }
+    DbmFreeDbLinkList(list);
 }
 
 }  // namespace fuzz

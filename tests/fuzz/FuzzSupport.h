@@ -1,11 +1,15 @@
 // What the harnesses share: a private work directory for the files an input
-// becomes, and the record that the fake command layer (FakeExec.cpp) keeps
-// of the command lines the library asked for.
+// becomes, the responses of the fake command layer (FakeExec.cpp), and the
+// walks of record lists that both database harnesses make.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
+
+struct DbmLinkNode;
 
 namespace fuzz {
 
@@ -18,6 +22,10 @@ std::string FreshDir(const std::string &relative);
 /// full path. Aborts when the file cannot be written: the harness would test
 /// nothing.
 std::string WriteFile(const std::string &relative, std::string_view bytes);
+/// The input as text.
+inline std::string_view Bytes(const uint8_t *data, size_t size) {
+    return {reinterpret_cast<const char *>(data), size};
+}
 
 /// Standard output goes to /dev/null (the library's messages would drown
 /// libFuzzer's report) and standard input reads /dev/null, so that a question
@@ -28,27 +36,27 @@ void Quiet();
 /// dropped from `data`; all of it when there is none.
 std::string_view Cut(std::string_view &data, char separator);
 
-/// How many command lines the library asked for during the current input.
-size_t CommandCount();
-/// The last of them ("" when none).
-const std::string &LastCommand();
+/// The first `max` keys of a record list made with "\n" before each key
+/// (null: none); the list is freed. A key holding a line feed comes out in
+/// pieces, which the harnesses then look up as keys of their own.
+std::vector<std::string> Keys(char *list, size_t max = 32);
+/// Aborts unless every node's key holds `pattern`; reads each node's data
+/// and frees the list.
+void CheckLinkList(DbmLinkNode *list, const char *pattern);
+
 /// What GetCmdResponse gives for command-table row `index` from now on
 /// (null: no output at all).
 void SetResponse(int index, const char *output);
 
-/// Marks one input's run: the record of commands starts empty, and a
-/// system() or popen() call that bypasses the command layer aborts.
+/// Marks one input's run: a system() or popen() call that bypasses the
+/// command layer aborts while it lives.
 class Input {
   public:
-    Input();
-    ~Input();
+    Input() { running = true; }
+    ~Input() { running = false; }
     Input(const Input &) = delete;
     Input &operator=(const Input &) = delete;
+    static inline bool running = false;
 };
-
-/// For the fake command layer: whether an Input is running, and adding a
-/// line to the record.
-bool InInput();
-void Record(std::string line);
 
 }  // namespace fuzz

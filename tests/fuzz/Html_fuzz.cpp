@@ -2,7 +2,6 @@
 // promises of every page is checked: lines no wider than the terminal, valid
 // UTF-8 without a control character (nothing may move the cursor), links and
 // anchors on lines the page has, and the anchors found by name.
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 

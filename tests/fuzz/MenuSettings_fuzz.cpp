@@ -3,11 +3,8 @@
 // sub-menu chosen by conditions; the values loaded are then written back
 // with StoreMenu.
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <string>
-#include <string_view>
 
 #include "FuzzSupport.h"
 #include "TextMenu.h"
@@ -89,8 +86,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::Input input;
-    std::string path =
-        fuzz::WriteFile("settings", std::string_view(reinterpret_cast<const char *>(data), size));
+    std::string path = fuzz::WriteFile("settings", fuzz::Bytes(data, size));
     Declare();
     if (OpenInputFile(path.c_str(), 1)) {
         LoadMenu(&mainMenu);

@@ -1,9 +1,7 @@
 // State conditions: the input is a condition, as a menu table's format
 // holds one, tested by TestStateCondition against a menu with an item of
 // every kind that holds a value.
-#include <cstdint>
 #include <cstdlib>
-#include <string>
 
 #include "FuzzSupport.h"
 #include "TextMenu.h"

@@ -3,11 +3,8 @@
 // whoever sits at the terminal; both are taken as they come.
 #include <cerrno>
 #include <climits>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <string>
-#include <string_view>
 
 #include "FuzzSupport.h"
 #include "NlsUtils.h"
@@ -44,7 +41,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::Input input;
-    std::string_view rest(reinterpret_cast<const char *>(data), size);
+    std::string_view rest = fuzz::Bytes(data, size);
     // Both arrive as C strings: a NUL ends each there.
     std::string format(fuzz::Cut(rest, '\n'));
     std::string text(rest);

@@ -2,11 +2,8 @@
 // trans.conf beside the program; ParseTransFile normalises it and
 // GetDesiredNLSLang chooses the language directory from it. The choice is
 // kept for the run, so every input starts from nothing chosen.
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <string>
-#include <string_view>
 
 #include "FuzzSupport.h"
 #include "NlsUtils.h"
@@ -32,7 +29,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::Input input;
-    std::string_view rest(reinterpret_cast<const char *>(data), size);
+    std::string_view rest = fuzz::Bytes(data, size);
     std::string lang(fuzz::Cut(rest, '\n'));
     // The environment holds C strings: a NUL ends the value there.
     lang.resize(std::strlen(lang.c_str()));

@@ -3,9 +3,6 @@
 // du (answered by the fake command layer). The file systems report no limit
 // ("inf" available), so that no size read can stop the program: the harness
 // tests the reading, and stopping for space is the unit tests' business.
-#include <cstdint>
-#include <string>
-#include <string_view>
 
 #include "FuzzSupport.h"
 #include "setup.h"
@@ -35,7 +32,7 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::Input input;
-    std::string_view rest(reinterpret_cast<const char *>(data), size);
+    std::string_view rest = fuzz::Bytes(data, size);
     std::string_view isize = fuzz::Cut(rest, '\0');
     fuzz::WriteFile("medium/isize", isize);
     fuzz::WriteFile("medium/tsize", rest);

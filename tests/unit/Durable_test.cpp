@@ -105,20 +105,4 @@ TEST_F(DurableTest, FailedRenameLeavesTheTargetAndNoScratch) {
     EXPECT_EQ(Names(dir.path()), before);
 }
 
-TEST_F(DurableTest, InitTableBackupIsKeptOnASecondRun) {
-    fs::path table = dir / "inittab", backup = dir / "inittab.OrvelSave";
-    Write(table, "id:3:initdefault:\n");
-    pInitTab = table.c_str();
-    std::string saved = backup.string();
-    pInitTabSave = saved.data();
-    std::snprintf(AppDir, sizeof AppDir, "/opt/Orvel/pnzz");
-    AddDaemonToInitTab();
-    std::snprintf(AppDir, sizeof AppDir, "/srv/Orvel/pnzz");
-    AddDaemonToInitTab();
-    EXPECT_EQ(Slurp(backup), "id:3:initdefault:\n");
-    EXPECT_EQ(Slurp(table),
-              "id:3:initdefault:\nOvPn:3:respawn:/opt/Orvel/pnzz/OvPn\n"
-              "OvPn:3:respawn:/srv/Orvel/pnzz/OvPn\n");
-}
-
 }  // namespace

@@ -34,15 +34,7 @@ std::string Shape(const char *list) {
     return shape;
 }
 
-TEST(NlsCatalogueTest, EnglishIsTheShippedTextAndTranslationsKeepItsShape) {
-    EXPECT_STREQ(NLS_ENGLISH[15], "\t\t\"wrong number of arguments to interface program\" \\\n");
-    EXPECT_STREQ(NLS_ENGLISH[35], "%s is logged in\nYou must become root to run %s\n");
-    EXPECT_STREQ(NLS_ENGLISH[49],
-                 "There isn't enough space in %s to perform the installation activities. The "
-                 "temporary work area should be at least %e bytes. Restart the installation "
-                 "procedure using a work area that has enough space. \nie: 1. Use "
-                 "/new_work_area_path in place of /tmp\n    2. Run `setup /new_work_area_path`\n");
-    EXPECT_STREQ(NLS_ENGLISH[57], "");
+TEST(NlsCatalogueTest, TranslationsKeepTheShapeOfTheEnglish) {
     EXPECT_EQ(Conversions(NLS_ENGLISH[49]), "se");
     for (const char *const *table : TRANSLATIONS) {
         for (int id = 0; id < NLS_MESSAGES; ++id) {

@@ -247,25 +247,4 @@ TEST_F(NlsTest, EngineStringsFallBackToEnglishNeverToKeys) {
     EXPECT_STREQ(fine.get(), "\nTorna a %s");
 }
 
-TEST_F(NlsTest, ShippedDatabasesSpeakTheLanguageOfLang) {
-    std::string built = fs::path(SETUP_BINARY).parent_path().string();
-    ASSERT_TRUE(fs::exists(built + "/db/fr_FR/CoreString.vdb")) << "the build makes them beside setup";
-    pToolPath = built.data();
-    struct {
-        const char *lang, *exitText;
-    } cases[] = {{"fr_FR", "lecture de l'entrée standard"},
-                 {"ge_GE", "Lesen von der Standardeingabe"},
-                 {"pr_BR", "lendo da entrada padrão"},
-                 {"es_ES", "leyendo de la entrada estándar"},
-                 {"it_IT", "lettura dallo standard input"},
-                 {"en_US", "reading from standard input"},
-                 {"de_DE", "reading from standard input"}};
-    for (auto &c : cases) {
-        Forget();
-        setenv("LANG", c.lang, 1);
-        MemPtr<char> text(TextMenuString(1016));
-        EXPECT_STREQ(text.get(), c.exitText) << c.lang;
-    }
-}
-
 }  // namespace

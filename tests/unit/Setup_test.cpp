@@ -1,12 +1,9 @@
 // Installer pieces that work on plain files: the base-directory rule, the
 // disks file, markers, generated scripts, and making an installation site.
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <ctime>
 #include <string>
 
 #include "Disks.h"
@@ -16,14 +13,8 @@
 
 namespace {
 
-using testfiles::Slurp;
 using testfiles::Write;
 namespace fs = std::filesystem;
-
-int Mode(const fs::path &p) {
-    struct stat st {};
-    return stat(p.c_str(), &st) == 0 ? static_cast<int>(st.st_mode & 0777) : -1;
-}
 
 class SetupTest : public ::testing::Test {
   protected:
@@ -91,44 +82,16 @@ TEST_F(SetupTest, MarkerIsLookedForOnlyInANamedPackageDirectory) {
     fs::current_path(saved);
 }
 
-TEST_F(SetupTest, ScriptIsShellLineBannerAndFilledBody) {
-    fs::path out = dir / "pelnorprint";
-    GenSimpleScript(out.c_str(), ScriptShShell, SimpleScript, "/opt/Orvel/pnzz", "/opt/Orvel/pnzz",
-                    "pelnorprint.bin");
-    std::string text = Slurp(out), border(63, '#');
-    std::time_t now = std::time(nullptr);
-    std::string year = std::to_string(std::localtime(&now)->tm_year + 1900);
-    EXPECT_EQ(text.substr(0, 10), "#!/bin/sh\n");
-    EXPECT_EQ(text.find("\n#  Copyright (c) " + year + " Orvel."),
-              10 + 2 * 64 - 1u);  // the middle line
-    for (size_t line = 10, n = 0; n < 5; ++n, line += 64)
-        EXPECT_EQ(text.find('\n', line), line + 63);
-    EXPECT_EQ(text.substr(10 + 5 * 64),
-              "\n\n\nPelnorFileSourceDir=`pwd`\nexport PelnorFileSourceDir\n\ncd /opt/Orvel/pnzz\n"
-              "exec /opt/Orvel/pnzz/pelnorprint.bin $*\n");
-    EXPECT_EQ(Mode(out), 0755);
+TEST_F(SetupTest, ScriptInAMissingDirectoryIsRefused) {
     EXPECT_EQ(
         GenSimpleScript((dir / "no" / "x").c_str(), ScriptShShell, SimpleScript, "a", "b", "c"), 0);
 }
 
-TEST_F(SetupTest, InterfaceScriptsKeepTheirOddTexts) {
-    fs::path out = dir / "OrvelPrintpnzz";
-    GenSimpleScript(out.c_str(), ScriptShShell, OrvelPrintpnzzScript, "/opt/Orvel/pnzz", "pnzz",
-                    "pelnorpnzz", "pelnorpnzz", "pnzz", "pnzz", "pnzz");
-    std::string text = Slurp(out);
-    EXPECT_NE(text.find("/pnrpnzztty -d$PelnorPrinter -f >pelnorpnzz.log 2>pelnorpnzz.log"),
-              std::string::npos);
-    EXPECT_NE(text.find("i=`expr \"(\" $i + 1 \")\" % $Copies`"), std::string::npos);
-    EXPECT_EQ(text.substr(text.size() - 5), "\nesac");  // no final newline
-    GenSimpleScript(out.c_str(), ScriptShShell, OrvelKVTScript, "/opt/Orvel/pnzz", "/var/spool/x");
-    EXPECT_NE(Slurp(out).find("SpoolDir=\"/var/spool/x\"\n"), std::string::npos);
-    EXPECT_NE(Slurp(out).find("    CUPS) Common Unix Printing System\n"), std::string::npos);
-}
-
-TEST_F(SetupTest, SiteReceivesEveryListedFileAndItsMarker) {
-    Write(fs::path(work) / "disks", "pkg_tar.z1 disks setup\npkg_tar.z2\nend_of_list\n");
-    for (const char *f : {"pkg_tar.z1", "pkg_tar.z2", "setup"}) Write(fs::path(work) / f, f);
-    fs::path chosen = dir / "export", site = chosen / "SGIPnzzInstall";
+// What the site holds is the end-to-end tests' business; here, the questions.
+TEST_F(SetupTest, SiteIsMadeOnlyWhereTheAnswerSaysYes) {
+    Write(fs::path(work) / "disks", "pkg_tar.z1\nend_of_list\n");
+    Write(fs::path(work) / "pkg_tar.z1", "");
+    fs::path chosen = dir / "export";
     Answer(chosen.string() + "\nnot a path\n\n\nn\n" + chosen.string() + "\n\ny\n");
     testing::internal::CaptureStdout();
     EXPECT_EQ(GenInstallSite(), 0);  // declined after message 9
@@ -137,11 +100,7 @@ TEST_F(SetupTest, SiteReceivesEveryListedFileAndItsMarker) {
     std::string out = testing::internal::GetCapturedStdout();
     EXPECT_NE(out.find("Do you want to return to Setup Menu"), std::string::npos) << out;
     EXPECT_NE(out.find("Do you want to use " + chosen.string() + "? [y/n] "), std::string::npos);
-    for (const char *f : {"pkg_tar.z1", "pkg_tar.z2", "setup"}) EXPECT_EQ(Slurp(site / f), f);
-    EXPECT_EQ(Slurp(site / "installf.rom"), "installation site");  // no newline
-    EXPECT_EQ(Mode(site), 0777);
-    EXPECT_EQ(GenInstallDisks(), 0);
-    EXPECT_EQ(Slurp(fs::path(work) / "installf.rom"), "diskette");
+    EXPECT_TRUE(fs::exists(chosen / "SGIPnzzInstall/pkg_tar.z1"));
 }
 
 }  // namespace

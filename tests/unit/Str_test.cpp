@@ -92,19 +92,3 @@ TEST(Directories, ToolPathAndExistingPathResolveAgainstTheWorkingDirectory) {
     fs::current_path(cwd.root / "x");
     EXPECT_EQ(Take(GetToolPath("../sub/setup")), root + "/sub");
 }
-
-TEST(PrintSystem, SniffLprngReadsTheVersionLineOfTheLpd) {
-    testfiles::TempDir dir;
-    const char *savedPath = std::exchange(ComList[CMD_LPD].path, dir.path().c_str());
-    const char savedInit = std::exchange(flInitSysCmd, 0);
-    // A stand-in that answers on standard error, as the real one does.
-    for (auto [answer, expected] : {std::pair{"lpd (LPRng-3.8.28)", 1}, {"lpd: usage", 0}}) {
-        testfiles::Write(dir / "lpd", "#!/bin/sh\necho '" + std::string(answer) + "' >&2\n");
-        fs::permissions(dir / "lpd", fs::perms::owner_all);
-        EXPECT_EQ(SniffLprng(), expected) << answer;
-    }
-    ComList[CMD_LPD].path = nullptr;
-    EXPECT_EQ(SniffLprng(), 0);
-    ComList[CMD_LPD].path = savedPath;
-    flInitSysCmd = savedInit;
-}

@@ -139,48 +139,6 @@ TEST_F(TextMenuTest, SelectionsChangeValuesAndCallHandlers) {
     EXPECT_EQ(handled, 2);
 }
 
-TEST_F(TextMenuTest, ScreenIsLaidOutByteForByte) {
-    MENUITEM bar[] = {
-        {.text = "", .type = MENU_TEXT},
-        {.text = "Left", .type = MENU_NAME, .state = 1},
-        {.text = "", .type = MENU_BAR_TEXT, .value = {3}},
-        {.text = "~e Exit Help", .type = MENU_EXIT},
-        {.text = "~c Contents", .type = MENU_EXIT},
-        {.text = "~b Back", .type = MENU_EXIT},
-        {},
-    };
-    MENU help = {.title = "Help", .titleStyle = 2, .items = bar, .flags = 0x01c1};
-    int longest = InitMenu(&help);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(PrintMenu(&help, longest, 4), 6);
-    std::string cells = " e) Exit Help" + std::string(12, ' ') + " c) Contents" + std::string(13, ' ') +
-                        " b) Back" + std::string(17, ' ');
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "\f\n" + std::string(76, ' ') + "Help\n\n" + " \n" + "    Left ........ []\n" + cells +
-                  "\n" + "\nEnter a selection:  ");
-    FreeMenu(&help);
-
-    items[3].value.text[0] = '\0';
-    std::snprintf(items[3].value.text, MENU_TEXT_SIZE, "Bob");
-    menu.flags = MENUFLAG_STOREASK | MENUFLAG_HELP;
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(PrintMenu(&menu, 7, 4), 12);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "\f\n" + std::string(38, ' ') + "Demo\n\n"
-              "Intro \n\n"
-              " 1) Run \n\n"
-              " q) Quit \n\n"
-              " 2) Name ... [Bob]\n\n"
-              " 3) Size ... [7]\n\n"
-              " 4) Scale .. [1.500]\n\n"
-              " 5) Mode ... [1. on]\n\n"
-              " 6) Parts .. [none]\n\n"
-              " 7) Sub \n\n"
-              " 8) Fixed .. [1. on]\n\n"
-              "10) Refused \n\n"
-              "\nEnter a selection or s for store settings in a file or h for help or <Return> to exit:  ");
-}
-
 TEST_F(TextMenuTest, SettingsLinesAndTheirReplay) {
     std::snprintf(items[3].value.text, MENU_TEXT_SIZE, "abc");
     items[5].value.real = 1.5f;
@@ -252,30 +210,6 @@ TEST_F(TextMenuTest, UnattendedRunsApplyOrHandOverToTheLoadItem) {
     EXPECT_EQ(RunMenu(&loader, (dir / "missing").c_str(), 0), 1);
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(handled, 1);
-}
-
-TEST_F(TextMenuTest, InteractiveRunEndsByItsExitItem) {
-    // Run; a name typed after its number; into the sub-menu, stay once, leave;
-    // Return at the top applies even though the user then stays; quit.
-    Input("1\n2 Alice\n7\n\nn\n\ny\n\nn\nq\n");
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(RunMenu(&menu, nullptr, 1), 0);
-    std::string screen = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(handled, 3);  // Run, then Alice twice
-    EXPECT_EQ(applied, 1);
-    EXPECT_NE(screen.find("\nDo you want to return to Demo menu? [y/n] "), std::string::npos);
-    EXPECT_NE(screen.find("\nDo you want to exit menutest? [y/n] "), std::string::npos);
-    EXPECT_EQ(items[3].value.text, nullptr);  // freed on leaving
-}
-
-TEST_F(TextMenuTest, EndOfInputWhileWaitingEndsTheProgram) {
-    EXPECT_EXIT(
-        {
-            Input("1\n");
-            std::freopen("/dev/null", "w", stdout);
-            RunMenu(&menu, nullptr, 1);
-        },
-        testing::ExitedWithCode(1), "reading from standard input");
 }
 
 TEST_F(TextMenuTest, NamesMustBeSetBeforeApplying) {

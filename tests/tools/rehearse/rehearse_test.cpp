@@ -212,11 +212,8 @@ TEST_F(MountedTest, MountedFileSystemsShowAndTheirChangesStayInside) {
     }
 }
 
-TEST_F(RehearseTest, CommandRunsAsAskedAndItsStatusPassesThrough) {
-    Result nobody = Run({"-u", "nobody", "--", "sh", "-c", "id -u; touch /etc/rh || exit 3"});
-    EXPECT_EQ(nobody.out, "65534\n");
-    EXPECT_EQ(nobody.status, 3);
-    EXPECT_TRUE(Has(nobody.err, "rehearse: no changes\n"));
+// Running as another user and most statuses show in every end-to-end run.
+TEST_F(RehearseTest, SignalsMissingCommandsAndMountSizesShow) {
     EXPECT_EQ(Run({"-q", "--", "sh", "-c", "kill -9 $$"}).status, 137);
     Result missing = Run({"-q", "--", "no-such-command-" + tag});
     EXPECT_EQ(missing.status, 127);
