@@ -56,32 +56,12 @@ TEST_F(MemMgrTest, ForeignNullAndInteriorPointersAreIgnored) {
     EXPECT_EQ(Adjust(nullptr, 50), a + 224);
 }
 
-TEST_F(MemMgrTest, AdjustSmallKeepsShrinksGrowsUpOrDownElseMoves) {
-    char *a = Get(100);  // nodes 0-3
+// Growing, moving and the lost MAT entries are left to the model below.
+TEST_F(MemMgrTest, ShrinkingInPlaceZeroesTheFreedTail) {
+    char *a = Get(100);
     std::memset(a, 'x', 100);
-    EXPECT_EQ(Adjust(a, 120), a);
     EXPECT_EQ(Adjust(a, 40), a);
-    EXPECT_EQ(Nodes(a), 2);
     EXPECT_TRUE(AllZero(a + 64, 64));
-    EXPECT_EQ(Adjust(a, 100), a) << "grows upward over the freed tail";
-    EXPECT_EQ(a[63], 'x');
-    EXPECT_TRUE(AllZero(a + 64, 64));
-    char *b = Get(31), *c = Get(31);  // node 4; node 5 blocks the growth of b
-    Get(31);                          // node 6: loses its MAT entry
-    std::strcpy(b, "moved");
-    PutMem(a);
-    char *nb = Adjust(b, 90);  // 3 nodes: 2 from below
-    EXPECT_EQ(nb, b - 64);
-    EXPECT_STREQ(nb, "moved");
-    for (int i : {4, 5, 6}) EXPECT_EQ(pMemB->mat[i].nodes, 0) << "a 32-byte clear, node " << i;
-    PutMem(c);  // can no longer be released
-    EXPECT_EQ(pMemB->map[5], MEM_USED);
-    // Three more nodes: node 5 is taken, and below lies the start of the map.
-    char *moved = Adjust(nb, 190);
-    EXPECT_STREQ(moved, "moved");
-    EXPECT_EQ(moved, pMemB->data + 7 * 32);
-    EXPECT_EQ(Nodes(moved), 7) << "rounded twice";
-    EXPECT_EQ(std::string(pMemB->map, 5), std::string(5, MEM_FREE));
 }
 
 TEST_F(MemMgrTest, DedicatedBlockShrinksInPlaceZeroingAndMovesWhenOutgrown) {
