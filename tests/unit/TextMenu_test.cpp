@@ -105,6 +105,7 @@ TEST_F(TextMenuTest, TypedLinesSelectByNumberOrHotKey) {
         {"1", 2, ""},    {"q", 3, ""},     {"Q", 3, ""},  {"2  Bob Smith", 4, "Bob Smith"},
         {"9", 0, ""},    // hidden
         {"99", 0, ""},   {"x", 0, ""},     {"h", 0, ""},  {" 1", 0, ""},
+        {"4294967297", 0, ""},  // past any int: not key 1 wrapped around
     };
     for (auto &c : cases) {
         char line[64];
