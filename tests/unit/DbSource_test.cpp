@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -51,16 +52,12 @@ TEST(DbSourceTest, ReadsRecordsSkippingCommentsAndEmptyLines) {
         Parse("# notes\n\n \t\nplain \"a\\tb\\x41\\\\\\\"\"\n\t\"a key\"\traw\"\\x00\xc3\xa9\" \n");
     EXPECT_EQ(p.line, 0) << p.error;
     EXPECT_EQ(p.error, "");
-    using Records = decltype(p.records);
-    EXPECT_EQ(p.records, (Records{{"plain", "a\tbA\\\"\0"s}, {"a key", "\0\xc3\xa9"s}}));
+    EXPECT_EQ(p.records,
+              (decltype(p.records){{"plain", "a\tbA\\\"\0"s}, {"a key", "\0\xc3\xa9"s}}));
 }
 
 TEST(DbSourceTest, BadLinesGiveTheirNumberAndWhatWasExpected) {
-    struct Case {
-        std::string text;
-        int line;
-        const char *error;
-    } cases[] = {
+    const std::tuple<std::string, int, const char *> cases[] = {
         {"k", 1, "expected a quoted text after the key"},
         {"k rawx \"a\"", 1, "expected a quoted text after the key"},
         {"k raw", 1, "expected a quoted text after raw"},
@@ -79,10 +76,10 @@ TEST(DbSourceTest, BadLinesGiveTheirNumberAndWhatWasExpected) {
         {"\"k\\x00\" \"a\"", 1, "a key cannot hold a NUL byte"},
         {"a \"\"\nb raw \"\"\nc \"\"", 3, "cannot store the record"},
     };
-    for (const Case &c : cases) {
-        Parsed p = Parse(c.text);
-        EXPECT_EQ(p.line, c.line) << c.text;
-        EXPECT_EQ(p.error, c.error) << c.text;
+    for (const auto &[text, line, error] : cases) {
+        Parsed p = Parse(text);
+        EXPECT_EQ(p.line, line) << text;
+        EXPECT_EQ(p.error, error) << text;
     }
 }
 
@@ -97,9 +94,7 @@ TEST(DbSourceTest, EveryCutOfASourceIsReadOrRefusedWithinIt) {
 }
 
 TEST(DbSourceTest, WritesTheShortestFormThatReadsBack) {
-    struct Case {
-        std::string key, data, line;
-    } cases[] = {
+    const std::tuple<std::string, std::string, std::string> cases[] = {
         {"MSG_1", "Hello\0"s, "MSG_1 \"Hello\"\n"},
         {"k", "\0"s, "k \"\"\n"},
         {"k", "", "k raw \"\"\n"},
@@ -112,14 +107,12 @@ TEST(DbSourceTest, WritesTheShortestFormThatReadsBack) {
         {"k#\xc3\xa9", "x\0"s, "k#\xc3\xa9 \"x\"\n"},
         {"c:\\d", "x\0"s, "\"c:\\\\d\" \"x\"\n"},
     };
-    for (const Case &c : cases) {
-        std::string line = Written(c.key, c.data);
-        EXPECT_EQ(line, c.line);
+    for (const auto &[key, data, expected] : cases) {
+        std::string line = Written(key, data);
+        EXPECT_EQ(line, expected);
         Parsed p = Parse(line);
         EXPECT_EQ(p.line, 0) << line << p.error;
-        ASSERT_EQ(p.records.size(), 1u) << line;
-        EXPECT_EQ(p.records[0].first, c.key);
-        EXPECT_EQ(p.records[0].second, c.data);
+        EXPECT_EQ(p.records, (decltype(p.records){{key, data}})) << line;
     }
 }
 

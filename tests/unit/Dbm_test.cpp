@@ -40,8 +40,8 @@ std::string Keyed(const std::string &key, const std::string &data) {
 }
 
 std::string Headed(const std::string &key, const std::string &data) {
-    return Be16(key.size() + 1 + data.size() + 2) + Be16(key.size() + 1) +
-           Scrambled(key + '\0') + Scrambled(data);
+    return Be16(key.size() + 1 + data.size() + 2) + Be16(key.size() + 1) + Scrambled(key + '\0') +
+           Scrambled(data);
 }
 
 class DbmTest : public ::testing::Test {
@@ -128,14 +128,13 @@ TEST_F(DbmTest, PutMakesDbInTheCurrentDirectory) {
 TEST_F(DbmTest, NextRecordCursorIsSharedAndStopsAtTheEnd) {
     Write(db / "one.vdb", Keyed("a", "1") + Keyed("b", "2"));
     Write(db / "two.vdb", Keyed("c", "3") + Keyed("d", "4") + Keyed("e", "5"));
-    char buffer[8] = {};
-    ASSERT_EQ(DbmGetNextRecord("one", buffer), 1);
-    EXPECT_EQ(buffer[0], '1');
-    ASSERT_EQ(DbmGetNextRecord("two", buffer), 1);
-    EXPECT_EQ(buffer[0], '4');  // the second record: the cursor moved on
-    EXPECT_EQ(DbmGetNextRecord("one", buffer), 0);
-    ASSERT_EQ(DbmGetNextRecord("two", buffer), 1);
-    EXPECT_EQ(buffer[0], '5');
+    auto next = [](const char *name) {
+        char buffer[8] = {};
+        int n = DbmGetNextRecord(name, buffer);
+        return n == 1 ? buffer[0] : static_cast<char>('0' + n);
+    };
+    // "two" starts at its second record: the cursor moved on.
+    EXPECT_EQ((std::string{next("one"), next("two"), next("one"), next("two")}), "1405");
 }
 
 TEST_F(DbmTest, LinkListAndDatabaseList) {
@@ -180,35 +179,32 @@ class DbTTest : public DbmTest {
         DbTClose(handle);
         return handle = DbTOpen("t", mode);
     }
-    std::string TGet(const char *key) {
+    std::string TGet(const char *key, DbT *from = nullptr) {
         char buffer[DBM_RECORD_SIZE] = {};
-        int n = DbmTGetRecord(handle, key, buffer);
+        int n = DbmTGetRecord(from ? from : handle, key, buffer);
         return std::string(buffer, n);
     }
     /// Gives the file a time of its own, so a reload is not hidden by the
     /// second-grained modification time.
     void Touch(int seconds) {
-        struct utimbuf times{seconds, seconds};
+        utimbuf times{seconds, seconds};
         utime((db / "t.vdb").c_str(), &times);
     }
 };
 
 TEST_F(DbTTest, ReadsPlainAndHeadedImages) {
-    struct Case {
-        std::string image;
-        int type;
-    } cases[] = {
+    const std::pair<std::string, int> cases[] = {
         {kKeyedAB + Keyed("ab", "first") + Keyed("ab", "second"), DBT_PLAIN},
         {kHeader + kHeadedAB + Headed("ab", "first") + Headed("ab", "second"), DBT_HEADED},
         {"TVDBAx" + kHeader.substr(6) + kHeadedAB + Headed("ab", "first") + Headed("ab", "second"),
          DBT_HEADED},  // five characters make the header
     };
-    for (const Case &c : cases) {
-        SCOPED_TRACE(c.type);
-        Open(c.image);
-        EXPECT_EQ(handle->type, c.type);
+    for (const auto &[image, type] : cases) {
+        SCOPED_TRACE(type);
+        Open(image);
+        EXPECT_EQ(handle->type, type);
         EXPECT_EQ(TGet("a"), "b");
-        EXPECT_EQ(handle->walk, (c.type == DBT_PLAIN ? 0 : 16) + 7);  // as a walk leaves it
+        EXPECT_EQ(handle->walk, (type == DBT_PLAIN ? 0 : 16) + 7);  // as a walk leaves it
         EXPECT_EQ(TGet("ab"), "first");
         EXPECT_EQ(DbmTGetRecordSize(handle, "ab"), 5);
         EXPECT_EQ(TGet(""), "");
@@ -238,16 +234,12 @@ TEST_F(DbTTest, HeaderNumberAndNewDatabases) {
 }
 
 TEST_F(DbTTest, FileNamesResolve) {
-    struct {
-        const char *name, *file;
-    } cases[] = {{"en_US/CoreString", "/db/en_US/CoreString.vdb"},
-                 {"/x/strings", "/x/strings.vdb"},
-                 {"/x/strings.old", "/x/strings.old"},
-                 {"./here", "./here"}};
-    for (auto &c : cases) {
-        MemPtr<char> file(DbTFileName(c.name));
-        std::string expected = c.file[0] == '/' && c.name[0] != '/' ? tool + c.file : c.file;
-        EXPECT_EQ(file.get(), expected);
+    for (auto [name, file] : {std::pair{"en_US/CoreString", "/db/en_US/CoreString.vdb"},
+                              {"/x/strings", "/x/strings.vdb"},
+                              {"/x/strings.old", "/x/strings.old"},
+                              {"./here", "./here"}}) {
+        MemPtr<char> resolved(DbTFileName(name));
+        EXPECT_EQ(resolved.get(), name[0] == '/' || name[0] == '.' ? file : tool + file);
     }
 }
 
@@ -286,6 +278,7 @@ TEST_F(DbTTest, RecordRunningPastTheEndCutsTheView) {
 }
 
 TEST_F(DbTTest, DamagedImagesNeverCrashAReader) {
+    // clang-format off
     const std::string damaged[] = {
         "\x00"s, "\x00\x05"s, "\x00\x00\x00\x00"s, "\xff\xff"s + std::string(10, 'q'),
         "\x00\x03\x00\x09\x01"s,  // K beyond L
@@ -293,6 +286,7 @@ TEST_F(DbTTest, DamagedImagesNeverCrashAReader) {
         kKeyedAB.substr(0, 5), "TVDBA"s, "TVDBAA"s + std::string(30, '9'),
         kHeader + "\x00\x04\xff\xff\x00\x00"s, std::string(300, '\xa5'),
     };
+    // clang-format on
     for (const std::string &image : damaged) {
         SCOPED_TRACE(testing::PrintToString(image));
         Open(image);
@@ -330,11 +324,7 @@ TEST_F(DbTTest, WritesHeadedFilesTheLookupsRead) {
     ASSERT_EQ(DbmTDeleteRecord(handle, "ab"), 1);
 
     DbT *reader = DbTOpen("t", 0);  // what another process sees
-    char buffer[8] = {};
-    EXPECT_EQ(DbmTGetRecord(reader, "a", buffer), 1);
-    EXPECT_EQ(buffer[0], 'x');
-    EXPECT_EQ(DbmTGetRecord(reader, "cc", buffer), 0);
-    EXPECT_EQ(DbmTGetRecord(reader, "ab", buffer), 0);
+    EXPECT_EQ(TGet("a", reader) + "," + TGet("cc", reader) + "," + TGet("ab", reader), "x,,");
     DbTClose(reader);
     // The keyed layer reads none of it, but must not choke on it either.
     EXPECT_EQ(Get("t", "a"), "");
@@ -342,10 +332,11 @@ TEST_F(DbTTest, WritesHeadedFilesTheLookupsRead) {
 
 TEST_F(DbTTest, WriteSideRefusesWhatCannotBeReadBack) {
     Open("");
-    EXPECT_EQ(TestKeyName(""), 0);
-    EXPECT_EQ(TestKeyName("tab\there"), 0);
-    EXPECT_EQ(TestKeyName(std::string(DBM_KEY_SIZE, 'k').c_str()), 0);
-    EXPECT_EQ(TestKeyName("25_510"), 1);
+    for (auto [key, ok] : {std::pair<std::string, int>{"", 0},
+                           {"tab\there", 0},
+                           {std::string(DBM_KEY_SIZE, 'k'), 0},
+                           {"25_510", 1}})
+        EXPECT_EQ(TestKeyName(key.c_str()), ok) << key;
     std::string huge(70000, 'x');
     EXPECT_EQ(DbmTPutData(handle, "k", huge.data(), static_cast<int>(huge.size())), 0);
     EXPECT_EQ(DbmTPutRecord(handle, "k", "", 0), 0);

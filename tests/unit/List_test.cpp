@@ -34,8 +34,7 @@ TEST_F(ListTest, PushOrderBothWaysAndBackwardWalk) {
     EXPECT_EQ(ListPushItem(list, &v, 0), nullptr);
     EXPECT_EQ(ListPushItem(nullptr, &v, sizeof v), nullptr);
     other->pushFront = 1;
-    for (long n : {1, 2, 3}) Push(list, n);
-    for (long n : {1, 2, 3}) Push(other, n);
+    for (long n : {1, 2, 3}) Push(list, n), Push(other, n);
     EXPECT_EQ(Walk(list, ListWalk), (V{1, 2, 3}));
     EXPECT_EQ(Walk(list, ListWalkBackward), (V{3, 2, 1}));
     EXPECT_EQ(Walk(other, ListWalk), (V{3, 2, 1}));
