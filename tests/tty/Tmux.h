@@ -1,18 +1,19 @@
 // A program on a terminal of fixed size, driven through tmux as a person
-// would: started in a session of its own, typed to, read from the screen.
-// Each test process has a tmux server of its own (own socket and
-// configuration) without a status line, which keeps a pane whose program
-// ended so that its last screen and exit status can be read.
+// would. Each test process has a tmux server of its own, without a status
+// line, which keeps a dead pane so that its last screen and status can be read.
 #pragma once
 
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -26,8 +27,7 @@ using namespace std::chrono_literals;
 /// Long enough for a loaded machine; waits end as soon as the screen is right.
 constexpr std::chrono::milliseconds kTimeout = 10s;
 
-/// This process's server: its socket and its configuration, in a directory
-/// removed with the process (tmux leaves its socket behind).
+/// This process's server: socket and configuration in a directory removed with the process.
 struct Server {
     char directory[32] = "/tmp/tty-test-XXXXXX";
     std::string socket = mkdtemp(directory) ? std::string(directory) + "/tmux" : "";
@@ -68,10 +68,6 @@ inline Result Tmux(const std::vector<std::string> &args, bool capture = true) {
     return r;
 }
 
-inline bool TmuxAvailable() {
-    return Tmux({"-V"}).status == 0;
-}
-
 /// The last line of `screen` holding `text`, or "": a line-mode program
 /// scrolls, so the last is the latest.
 inline std::string LineWith(const std::string &screen, const std::string &text) {
@@ -83,8 +79,6 @@ inline std::string LineWith(const std::string &screen, const std::string &text) 
 
 class Session {
   public:
-    /// Starts the shell command line `command` in `directory` on a terminal
-    /// of `columns` x `rows`.
     Session(const std::string &command, const std::string &directory, int columns = 80,
             int rows = 24)
         : name_("tty-" + std::to_string(getpid()) + "-" + std::to_string(++count_)) {
@@ -114,9 +108,8 @@ class Session {
     bool WaitFor(const std::string &text) {
         return WaitUntil([&](const std::string &s) { return s.find(text) != std::string::npos; });
     }
-    /// Waits until the program waits for input after `prompt`: the cursor
-    /// stands right of it. A line typed earlier would be echoed before the
-    /// prompt, which is not what a person sees.
+    /// Waits until the cursor stands right of `prompt`: a line typed earlier
+    /// would be echoed before the prompt, which is not what a person sees.
     bool WaitForInput(std::string prompt) {
         while (!prompt.empty() && prompt.back() == ' ') prompt.pop_back();
         return Poll([&] {
@@ -162,6 +155,33 @@ class Session {
     static inline int count_ = 0;
     std::string name_;
     bool started_ = false;
+};
+
+/// A test of a program on a terminal; skipped where tmux is missing.
+class Test : public ::testing::Test {
+  protected:
+    std::unique_ptr<Session> tty;
+    void SetUp() override {
+        if (Tmux({"-V"}).status != 0) GTEST_SKIP() << "tmux is not installed; these tests need it";
+    }
+    /// Starts `command` in English, whatever the caller's language: the tests read English.
+    void Start(const std::string &command, const std::string &directory, int columns = 80,
+               int rows = 24) {
+        tty = std::make_unique<Session>("LANG=en_US exec " + command, directory, columns, rows);
+        ASSERT_TRUE(tty->Started());
+    }
+    /// Types `line` once the program asks with `prompt`.
+    bool Answer(const char *prompt, const std::string &line) {
+        if (!tty->WaitForInput(prompt)) return false;
+        tty->Type(line);
+        return true;
+    }
+    /// Waits until the latest line holding `label` shows `value`.
+    bool Shows(const std::string &label, const std::string &value) {
+        return tty->WaitUntil([&](const std::string &s) {
+            return LineWith(s, label).find(value) != std::string::npos;
+        });
+    }
 };
 
 }  // namespace tty

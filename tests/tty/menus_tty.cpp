@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <memory>
 
 #include "TestFiles.h"
 #include "Tmux.h"
@@ -12,39 +11,20 @@ namespace {
 
 using tty::LineWith;
 
-// English whatever the caller's language: the texts below are English.
-const std::string kEnglish = "LANG=en_US ";
-const std::string kMenus = kEnglish + MENUS_BINARY;
+const std::string kMenus = "LANG=en_US " MENUS_BINARY;
 const std::string kTitle = "Printer Queue Settings";
 const char *kAtMenu = "exit:";  // how both menus' prompt lines end (the main one wraps)
 
-class MenusTty : public ::testing::Test {
+class MenusTty : public tty::Test {
   protected:
     testfiles::TempDir dir;
-    std::unique_ptr<tty::Session> tty;
-
     void SetUp() override {
-        if (!tty::TmuxAvailable())
-            GTEST_SKIP() << "tmux is not installed; the terminal tests need it";
-        tty =
-            std::make_unique<tty::Session>(kEnglish + "exec " + MENUS_BINARY, dir.path().string());
-        ASSERT_TRUE(tty->Started());
-    }
-    /// Types `line` once the program asks with `prompt`.
-    bool Answer(const char *prompt, const std::string &line) {
-        if (!tty->WaitForInput(prompt)) return false;
-        tty->Type(line);
-        return true;
-    }
-    /// Waits until the latest line of `label` shows `value`.
-    bool Shows(const std::string &label, const std::string &value) {
-        return tty->WaitUntil([&](const std::string &s) {
-            return LineWith(s, label).find(value) != std::string::npos;
-        });
+        tty::Test::SetUp();
+        if (!IsSkipped()) Start(MENUS_BINARY, dir.path().string());
     }
 };
 
-TEST_F(MenusTty, FirstScreenHasCentredTitleNumbersAndHotKeys) {
+TEST_F(MenusTty, FirstScreenHasCentredTitleNumbersAndHotKeysAndELeaves) {
     ASSERT_TRUE(tty->WaitForInput(kAtMenu)) << tty->Screen();
     std::string screen = tty->Screen();
     EXPECT_EQ(LineWith(screen, kTitle), std::string((80 - kTitle.size()) / 2, ' ') + kTitle);
@@ -52,13 +32,15 @@ TEST_F(MenusTty, FirstScreenHasCentredTitleNumbersAndHotKeys) {
          {" 1) Queue name ...... []", " 3) Copies .......... [1]", " 7) Options ......... [none]",
           " 8) Attached by ..... [1. Network]", " 9) Network Connection", "10) Show settings",
           " a) Apply", " l) Load settings", " e) Exit",
-          "Enter a selection or s for store settings in a file or h for help or <Return> to\n exit:"})
+          "Enter a selection or s for store settings in a file or h for help or <Return> to\n "
+          "exit:"})
         EXPECT_NE(screen.find(shown), std::string::npos) << shown << "\n" << screen;
+    ASSERT_TRUE(Answer(kAtMenu, "e"));
+    EXPECT_EQ(tty->WaitForExit(), 0) << tty->Screen();
 }
 
 TEST_F(MenusTty, TypedValuesAndChoicesShowInTheList) {
-    // A question is asked when the typed line holds no value.
-    struct {
+    struct {  // a question is asked when the typed line holds no value
         const char *typed, *question, *answer, *label, *shown;
     } steps[] = {
         {"1 office", nullptr, nullptr, "Queue name", "[office]"},
@@ -97,11 +79,10 @@ TEST_F(MenusTty, EntryFormatsRejectValuesSayingWhyAndKeepTheOldOnes) {
         ASSERT_TRUE(Answer(kAtMenu, c.typed));
         ASSERT_TRUE(tty->WaitForInput(kAtMenu)) << tty->Screen();
         std::string screen = tty->Screen();
+        SCOPED_TRACE(std::string(c.typed) + "\n" + screen);
         // Just above the menu drawn again: the menu is short enough to leave it in sight.
-        EXPECT_NE(screen.find(std::string(c.why) + "\n"), std::string::npos) << c.typed << "\n"
-                                                                             << screen;
-        EXPECT_NE(LineWith(screen, c.label).find(c.kept), std::string::npos) << c.typed << "\n"
-                                                                             << screen;
+        EXPECT_NE(screen.find(std::string(c.why) + "\n"), std::string::npos);
+        EXPECT_NE(LineWith(screen, c.label).find(c.kept), std::string::npos);
     }
 }
 
@@ -150,11 +131,6 @@ TEST_F(MenusTty, StoredSettingsReplayWithoutAUser) {
     EXPECT_EQ(WEXITSTATUS(std::system(
                   (kMenus + " --apply " + (dir / "none").string() + " 2>/dev/null").c_str())),
               1);
-}
-
-TEST_F(MenusTty, HotKeyELeaves) {
-    ASSERT_TRUE(Answer(kAtMenu, "e"));
-    EXPECT_EQ(tty->WaitForExit(), 0) << tty->Screen();
 }
 
 }  // namespace

@@ -3,34 +3,25 @@
 // numbered lines ask instead.
 #include <gtest/gtest.h>
 
-#include <memory>
-
 #include "TestFiles.h"
 #include "Tmux.h"
 
 namespace {
 
-const std::string kMenus = "LANG=en_US exec " MENUS_BINARY;
 const char *kAtMenu = "exit:";  // the menu prompt wraps at narrow widths
 const char *kAtPick = "restores the default:";
 
-class PickTty : public ::testing::Test {
+class PickTty : public tty::Test {
   protected:
     testfiles::TempDir dir;
-    std::unique_ptr<tty::Session> tty;
-
     void Start(int columns, int rows) {
-        if (!tty::TmuxAvailable())
-            GTEST_SKIP() << "tmux is not installed; the terminal tests need it";
-        tty = std::make_unique<tty::Session>(kMenus, dir.path().string(), columns, rows);
-        ASSERT_TRUE(tty->Started());
+        tty::Test::Start(MENUS_BINARY, dir.path().string(), columns, rows);
         ASSERT_TRUE(tty->WaitForInput(kAtMenu)) << tty->Screen();
     }
 };
 
 TEST_F(PickTty, NumbersPickOrSwitchAndLettersKeepCancelOrRestore) {
-    Start(80, 24);
-    if (IsSkipped() || HasFatalFailure()) return;
+    ASSERT_NO_FATAL_FAILURE(Start(80, 24));
     const std::string dashes(33, '-');
     struct {
         const char *typed, *prompt;
@@ -59,8 +50,7 @@ TEST_F(PickTty, NumbersPickOrSwitchAndLettersKeepCancelOrRestore) {
 }
 
 TEST_F(PickTty, TooSmallATerminalSaysSoAndAsksLineByLine) {
-    Start(38, 12);
-    if (IsSkipped() || HasFatalFailure()) return;
+    ASSERT_NO_FATAL_FAILURE(Start(38, 12));
     tty->Type("6");
     ASSERT_TRUE(tty->WaitForInput("default:")) << tty->Screen();
     std::string screen = tty->Screen();
