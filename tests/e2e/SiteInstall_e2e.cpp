@@ -101,8 +101,7 @@ TEST_F(SiteInstallTest, EarlierLauncherChoosesTheBase) {
 }
 
 TEST_F(SiteInstallTest, NonRootUserIsToldToBecomeRootInItsLanguage) {
-    // The sandbox's user must reach the program and the site, wherever the
-    // build tree lies: the site is copied to a directory anyone can enter.
+    // The sandbox's user must reach the site wherever the build tree lies.
     testfiles::TempDir shared("/var/tmp");
     fs::permissions(shared.path(), fs::perms(0755));
     fs::copy(SmallSite(), shared / "site", fs::copy_options::recursive);
@@ -157,16 +156,10 @@ TEST_F(SiteInstallTest, DamagedArchiveEndsWithAnErrorAndStatusOne) {
     EXPECT_FALSE(o.Has("/opt/Orvel"));
 }
 
-}  // namespace
-}  // namespace e2e
-
-namespace e2e {
-namespace {
-
 /// An absolute directory of about `length` characters, in names of 99.
-std::string LongDirectory(size_t length, size_t nameLength = 99) {
+std::string LongDirectory(size_t length) {
     std::string dir = "/srv";
-    while (dir.size() < length) dir += "/" + std::string(nameLength, 'd');
+    while (dir.size() < length) dir += "/" + std::string(99, 'd');
     return dir;
 }
 
@@ -178,16 +171,14 @@ TEST_F(SiteInstallTest, LongInstallationDirectoriesInstallWholeOrAreRefusedFirst
     EXPECT_EQ(o.Text(base + "/Orvel/pnzz/readme"), "small package\n");
     EXPECT_EQ(o.Text(base + "/Orvel/pnzz/pnqadmin.calls"), "-upgrade\n-clean\n");
 
-    struct {
-        std::string base;
-        const char *why;
-    } refused[] = {{LongDirectory(3900), "is too long"},
-                   {"/srv/" + std::string(300, 'n'), "is longer than the 255 characters"}};
-    for (const auto &r : refused) {
-        Outcome no = Rehearse({}, {site + "/setup", "install", r.base});
+    const std::pair<std::string, const char *> refused[] = {
+        {LongDirectory(3900), "is too long"},
+        {"/srv/" + std::string(300, 'n'), "is longer than the 255 characters"}};
+    for (const auto &[tooLong, why] : refused) {
+        Outcome no = Rehearse({}, {site + "/setup", "install", tooLong});
         EXPECT_EQ(no.status, 1);
-        EXPECT_EQ(no.err.rfind("ERROR: ", 0), 0u) << no.err;
-        EXPECT_NE(no.err.find(r.why), std::string::npos) << no.err;
+        EXPECT_TRUE(no.err.starts_with("ERROR: ")) << no.err;
+        EXPECT_NE(no.err.find(why), std::string::npos) << no.err;
         EXPECT_FALSE(no.Has("/tmp/OrvelInstall"));
         EXPECT_FALSE(no.Has("/srv"));
         EXPECT_EQ(no.Text("/tmp/setup.log").find(" -c "), std::string::npos);  // no command ran
