@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 
 #include "TestFiles.h"
 
@@ -152,42 +151,24 @@ TEST_F(MountedTest, MountedFileSystemsShowAndTheirChangesStayInside) {
     };
     const fs::path tmp = scratch / "tmp", tmpfs = scratch / "a tmpfs", ro = scratch / "ro",
                    layers = scratch / "layers";
-    struct Case {
-        fs::path dir;
-        std::function<void()> make;
-        bool writable, named;
-    };
     // Kept on an overlay, as in a container: it cannot hold the marks of removals.
     fs::create_directories(scratch / "keep-lower");
     Overlay(scratch / "keep", scratch / "keep-lower", scratch / "keep-layers");
-    const Case cases[] = {
-        {tmp, [&] { fill(tmp); }, true, false},
-        {tmpfs,
-         [&] {
-             Mount("tmpfs", tmpfs, "mode=0755");
-             fill(tmpfs);
-         },
-         true, false},
-        {ro,
-         [&] {
-             Mount("tmpfs", ro, "mode=0755");
-             fill(ro);
-             ASSERT_EQ(mount(nullptr, ro.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
-         },
-         false, false},
-        {layers / "two",
-         [&] {
-             Mount("tmpfs", layers, "mode=0755");
-             fill(layers / "low");
-             Overlay(layers / "one", layers / "low", layers / "1");
-             Overlay(layers / "two", layers / "one", layers / "2");
-         },
-         false, true},
-    };
+    for (const fs::path &dir : {tmpfs, ro, layers}) Mount("tmpfs", dir, "mode=0755");
+    for (const fs::path &dir : {tmp, tmpfs, ro, layers / "low"}) fill(dir);
+    ASSERT_EQ(mount(nullptr, ro.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    Overlay(layers / "one", layers / "low", layers / "1");
+    Overlay(layers / "two", layers / "one", layers / "2");
+    struct Case {
+        fs::path dir;
+        bool writable, named;
+    } const cases[] = {{tmp, true, false},
+                       {tmpfs, true, false},
+                       {ro, false, false},
+                       {layers / "two", false, true}};
     for (const Case &c : cases) {
         std::string d = c.dir.string();
         SCOPED_TRACE(d);
-        c.make();
         fs::path kept = scratch / "keep" / std::to_string(&c - cases);
         Result r = Run({"-k", kept, "-r", scratch / "report", "-C", d, "--", "sh", "-c",
                         "./prog && cat f && echo new > f && echo add > added && rm gone && "
