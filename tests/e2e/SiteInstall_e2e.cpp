@@ -38,7 +38,8 @@ TEST_F(SiteInstallTest, DemoPackageFillsOptAndCleansUpAfterItself) {
     EXPECT_FALSE(o.Has(APP + "/pnzz.conf.in"));  // renamed by `name`
     EXPECT_EQ(o.Stat(APP + "/PelnorD").st_gid, getgrnam("lp")->gr_gid);
     EXPECT_EQ(o.Stat(APP + "/queues.db").st_uid, getpwnam("lp")->pw_uid);
-    EXPECT_NE(o.Text(APP + "/pnzz.conf").find("SpoolDir=" + SPOOL + "\n"), std::string::npos);
+    EXPECT_TRUE(std::regex_search(o.Text(APP + "/pnzz.conf"),
+                                  std::regex("\nSpoolDir=" + SPOOL + "\n[\\s\\S]*\nInterval=5\n")));
     EXPECT_EQ(o.Text(APP + "/.pn_cfg"), " V5 ");
     EXPECT_EQ(o.Link("/var/log/pelnorpnzz"), APP + "/log");
     ExpectScript(o, APP + "/OrvelPrintpnzz",
@@ -52,13 +53,8 @@ TEST_F(SiteInstallTest, DemoPackageFillsOptAndCleansUpAfterItself) {
     for (const char *gone : {"/tmp/OrvelInstall", "/tmp/setup", "/tmp/setup.hlp", "/tmp/setup.tmp"})
         EXPECT_FALSE(o.Has(gone)) << gone;
     EXPECT_EQ(o.Mode("/tmp/setup.log"), 0666);
-    std::string log = o.Text("/tmp/setup.log"), sh = "/usr/bin/sh -c \"/usr/bin/";
-    for (const std::string &line :
-         {sh + "cp -p " + site + "/pkg_tar.z1 /tmp/OrvelInstall\n",
-          sh + "tar xvfp /tmp/OrvelInstall/SGIPnzz.tar\n", std::string("\npkg/pkg.list\n"),
-          sh + "sed  -e 's|@SPOOLDIR@|" + SPOOL + "|' -e 's|@INTERVAL@|5|' " + APP +
-              "/pnzz.conf > /tmp/setup.tmp\n"})
-        EXPECT_NE(log.find(line), std::string::npos) << line;
+    // Each command's output goes to the log.
+    EXPECT_NE(o.Text("/tmp/setup.log").find("\npkg/pkg.list\n"), std::string::npos);
 }
 
 TEST_F(SiteInstallTest, ConfigFlagNamesTheSpoolerFoundAndCupsWinsOverLprng) {
