@@ -13,7 +13,6 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
-#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -77,21 +76,26 @@ inline std::string LineWith(const std::string &screen, const std::string &text) 
     return screen.substr(begin, screen.find('\n', at) - begin);
 }
 
-class Session {
-  public:
-    Session(const std::string &command, const std::string &directory, int columns = 80,
-            int rows = 24)
-        : name_("tty-" + std::to_string(getpid()) + "-" + std::to_string(++count_)) {
-        started_ = Tmux({"new-session", "-d", "-s", name_, "-x", std::to_string(columns), "-y",
-                         std::to_string(rows), "-c", directory, command},
-                        false)
-                       .status == 0;
+/// A test of a program on a terminal, skipped where tmux is missing; the
+/// program runs in a session of its own, ended with the test.
+class Test : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (Tmux({"-V"}).status != 0) GTEST_SKIP() << "tmux is not installed; these tests need it";
     }
-    ~Session() { Tmux({"kill-session", "-t", name_}); }
-    Session(const Session &) = delete;
-    Session &operator=(const Session &) = delete;
-
-    bool Started() const { return started_; }
+    void TearDown() override {
+        if (!name_.empty()) Tmux({"kill-session", "-t", name_});
+    }
+    /// Starts `command` in English, whatever the caller's language: the tests read English.
+    void Start(const std::string &command, const std::string &directory, int columns = 80,
+               int rows = 24) {
+        name_ = "tty-" + std::to_string(getpid()) + "-" + std::to_string(++count_);
+        ASSERT_EQ(Tmux({"new-session", "-d", "-s", name_, "-x", std::to_string(columns), "-y",
+                        std::to_string(rows), "-c", directory, "LANG=en_US exec " + command},
+                       false)
+                      .status,
+                  0);
+    }
     /// Types `line` and Return.
     void Type(const std::string &line) {
         if (line.empty())
@@ -144,6 +148,19 @@ class Session {
         return status;
     }
 
+    /// Types `line` once the program asks with `prompt`.
+    bool Answer(const char *prompt, const std::string &line) {
+        if (!WaitForInput(prompt)) return false;
+        Type(line);
+        return true;
+    }
+    /// Waits until the latest line holding `label` shows `value`.
+    bool Shows(const std::string &label, const std::string &value) {
+        return WaitUntil([&](const std::string &s) {
+            return LineWith(s, label).find(value) != std::string::npos;
+        });
+    }
+
   private:
     static bool Poll(const std::function<bool()> &done) {
         for (auto end = std::chrono::steady_clock::now() + kTimeout;;
@@ -154,34 +171,6 @@ class Session {
     }
     static inline int count_ = 0;
     std::string name_;
-    bool started_ = false;
-};
-
-/// A test of a program on a terminal; skipped where tmux is missing.
-class Test : public ::testing::Test {
-  protected:
-    std::unique_ptr<Session> tty;
-    void SetUp() override {
-        if (Tmux({"-V"}).status != 0) GTEST_SKIP() << "tmux is not installed; these tests need it";
-    }
-    /// Starts `command` in English, whatever the caller's language: the tests read English.
-    void Start(const std::string &command, const std::string &directory, int columns = 80,
-               int rows = 24) {
-        tty = std::make_unique<Session>("LANG=en_US exec " + command, directory, columns, rows);
-        ASSERT_TRUE(tty->Started());
-    }
-    /// Types `line` once the program asks with `prompt`.
-    bool Answer(const char *prompt, const std::string &line) {
-        if (!tty->WaitForInput(prompt)) return false;
-        tty->Type(line);
-        return true;
-    }
-    /// Waits until the latest line holding `label` shows `value`.
-    bool Shows(const std::string &label, const std::string &value) {
-        return tty->WaitUntil([&](const std::string &s) {
-            return LineWith(s, label).find(value) != std::string::npos;
-        });
-    }
 };
 
 }  // namespace tty

@@ -41,12 +41,12 @@ TEST_F(HelpviewTty, ScreensFollowLinksBackContentsAndPages) {
     std::string title = std::string((80 - kTitle.size()) / 2, ' ') + kTitle;
     for (auto &step : steps) {
         SCOPED_TRACE(step.typed ? step.typed : "start");
-        if (step.typed) tty->Type(step.typed);
-        ASSERT_TRUE(tty->WaitUntil([&](const std::string &screen) {
+        if (step.typed) Type(step.typed);
+        ASSERT_TRUE(WaitUntil([&](const std::string &screen) {
             std::vector<std::string> rows = Rows(screen);
             return rows.size() > 1 && rows[1] == step.top && rows.back() == kPrompt;
-        })) << tty->Screen();
-        std::string screen = tty->Screen();
+        })) << Screen();
+        std::string screen = Screen();
         std::vector<std::string> rows = Rows(screen);
         ASSERT_EQ(rows.size(), 24u);
         EXPECT_EQ(rows[0], title);
@@ -56,7 +56,7 @@ TEST_F(HelpviewTty, ScreensFollowLinksBackContentsAndPages) {
         EXPECT_NE(screen.find(step.shown), std::string::npos) << step.shown << "\n" << screen;
     }
     ASSERT_TRUE(Answer(kPrompt, "e"));
-    EXPECT_EQ(tty->WaitForExit(), 0) << tty->Screen();
+    EXPECT_EQ(WaitForExit(), 0) << Screen();
 }
 
 // The engine's "h" opens the viewer on the menu's own help; leaving it goes
@@ -64,18 +64,18 @@ TEST_F(HelpviewTty, ScreensFollowLinksBackContentsAndPages) {
 TEST_F(HelpviewTty, MenusShowTheirOwnHelp) {
     ASSERT_NO_FATAL_FAILURE(Start(MENUS_BINARY, SOURCE_DIR));
     auto topRows = [&](const std::string &first, const std::string &second) {
-        return tty->WaitUntil([&](const std::string &screen) {
+        return WaitUntil([&](const std::string &screen) {
             std::vector<std::string> rows = Rows(screen);
             return rows.size() > 1 && rows[0].find(first) != std::string::npos && rows[1] == second;
         });
     };
-    ASSERT_TRUE(Answer("exit:", "h")) << tty->Screen();
-    ASSERT_TRUE(topRows("Printer Queue Settings Help", "Printer Queue Settings")) << tty->Screen();
-    tty->Type("3");
-    ASSERT_TRUE(topRows("Printer Queue Settings Help", "Settings files")) << tty->Screen();
-    tty->Type("e");
-    ASSERT_TRUE(tty->WaitForInput("exit:")) << tty->Screen();
-    EXPECT_NE(tty->Screen().find(" 1) Queue name ...... []"), std::string::npos) << tty->Screen();
+    ASSERT_TRUE(Answer("exit:", "h")) << Screen();
+    ASSERT_TRUE(topRows("Printer Queue Settings Help", "Printer Queue Settings")) << Screen();
+    Type("3");
+    ASSERT_TRUE(topRows("Printer Queue Settings Help", "Settings files")) << Screen();
+    Type("e");
+    ASSERT_TRUE(WaitForInput("exit:")) << Screen();
+    EXPECT_NE(Screen().find(" 1) Queue name ...... []"), std::string::npos) << Screen();
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ class PickTty : public tty::Test {
     testfiles::TempDir dir;
     void Start(int columns, int rows) {
         tty::Test::Start(MENUS_BINARY, dir.path().string(), columns, rows);
-        ASSERT_TRUE(tty->WaitForInput(kAtMenu)) << tty->Screen();
+        ASSERT_TRUE(WaitForInput(kAtMenu)) << Screen();
     }
 };
 
@@ -43,23 +43,23 @@ TEST_F(PickTty, NumbersPickOrSwitchAndLettersKeepCancelOrRestore) {
         {"s", kAtMenu, "Options ......... [none]"},
     };
     for (const auto &step : steps) {
-        tty->Type(step.typed);
-        EXPECT_TRUE(tty->WaitFor(step.shown)) << step.typed << "\n" << tty->Screen();
-        ASSERT_TRUE(tty->WaitForInput(step.prompt)) << step.typed << "\n" << tty->Screen();
+        Type(step.typed);
+        EXPECT_TRUE(WaitFor(step.shown)) << step.typed << "\n" << Screen();
+        ASSERT_TRUE(WaitForInput(step.prompt)) << step.typed << "\n" << Screen();
     }
 }
 
 TEST_F(PickTty, TooSmallATerminalSaysSoAndAsksLineByLine) {
     ASSERT_NO_FATAL_FAILURE(Start(38, 12));
-    tty->Type("6");
-    ASSERT_TRUE(tty->WaitForInput("default:")) << tty->Screen();
-    std::string screen = tty->Screen();
+    Type("6");
+    ASSERT_TRUE(WaitForInput("default:")) << Screen();
+    std::string screen = Screen();
     for (const char *shown : {"The terminal (38x12) is too small", "\n* 1) Letter\n", "\n  4) A5\n",
                               "Enter a choice number"})
         EXPECT_NE(screen.find(shown), std::string::npos) << shown << "\n" << screen;
     EXPECT_EQ(screen.find("(*)"), std::string::npos) << screen;
-    tty->Type("3");
-    EXPECT_TRUE(tty->WaitForInput(kAtMenu)) << tty->Screen();
+    Type("3");
+    EXPECT_TRUE(WaitForInput(kAtMenu)) << Screen();
 }
 
 }  // namespace
