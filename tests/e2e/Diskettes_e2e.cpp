@@ -28,8 +28,7 @@ class MediumTest : public E2eTest {
     fs::path MediumOfPieces(int pieces, std::vector<std::string> options,
                             const std::string &name = "medium") {
         const long first = 200 * 1024;
-        const long capacity =
-            ShippedSetupBytes() + first + TranslationsOnDiskette();
+        const long capacity = ShippedSetupBytes() + first + TranslationsOnDiskette();
         const double compressRatio = 1.24;  // what LZW makes of random bytes
         blob = Incompressible(
             static_cast<size_t>((first + (pieces - 1.5) * capacity) / compressRatio));

@@ -17,39 +17,26 @@ TEST_F(FreeSpaceTest, EachShortageStopsWithItsMessageBeforeAnythingIsCopied) {
     ASSERT_TRUE(isize > 1024 && tsize > 1024) << "the package must outgrow a 1 MiB mount";
     const std::string missing =
         "Could not determine how much space needed for install, missing isize.\n";
-    using Command = std::vector<std::string>;
-    const std::tuple<Command, Command, std::string> cases[] = {
+    using Words = std::vector<std::string>;  // the wording itself is the string table's
+    const std::tuple<Words, Words, Words> cases[] = {
         {{"-t", "/small:1M"},
          {setup, "/small"},
-         "There isn't enough space in /small to perform the installation activities. The "
-         "temporary work area should be at least " +
-             Fill("%e", tsize + 40) +
-             " bytes. Restart the installation procedure using a work area that has enough "
-             "space. \nie: 1. Use /new_work_area_path in place of /tmp\n    2. Run `setup "
-             "/new_work_area_path`\n"},
+         {"space in /small ", "temporary work area should be at least " + Fill("%e", tsize + 40)}},
         {{"-t", "/opt:1M"},
          {setup, "/var/tmp"},
-         "There isn't enough space in /opt to perform the installation activities. The "
-         "install area should be at least " +
-             Fill("%e", isize + 40) +
-             " bytes. Restart the installation procedure using an install area that has "
-             "enough space. \nie: 1. Use /new_install_path in place of the default "
-             "location\n    2. Run 'setup install /new_install_path'\n"},
+         {"space in /opt ", "install area should be at least " + Fill("%e", isize + 40)}},
         {{"-t", "/small:2M"},
          {setup, "/small", "install", "/small/base"},
-         "There isn't enough space to perform the installation activities. As you are using "
-         "a working directory, /small/OrvelInstall on the same partition as the install "
-         "directory you have selected, /small/base this install requires " +
-             Fill("%e", isize + tsize + 80) +
-             " bytes free. Please re-run the install specifing a different location for a "
-             "working directory or install directory. Please see the readme if you need "
-             "help with the syntax."},
+         {"directory, /small/OrvelInstall on the same partition as the install directory you have "
+          "selected, /small/base this install requires " +
+          Fill("%e", isize + tsize + 80) + " bytes"}},
         // Either size file missing names isize; the sandbox's copy of the site loses it.
-        {{}, {"/bin/sh", "-c", "rm " + site.string() + "/isize; exec " + setup}, missing},
-        {{}, {"/bin/sh", "-c", "rm " + site.string() + "/tsize; exec " + setup}, missing}};
+        {{}, {"/bin/sh", "-c", "rm " + site.string() + "/isize; exec " + setup}, {missing}},
+        {{}, {"/bin/sh", "-c", "rm " + site.string() + "/tsize; exec " + setup}, {missing}}};
     for (const auto &[options, command, message] : cases) {
         Outcome o = Rehearse(options, command);
-        EXPECT_EQ(o.out, message);
+        for (const std::string &part : message)
+            EXPECT_NE(o.out.find(part), std::string::npos) << part << "\n" << o.out;
         EXPECT_EQ(o.status, 0);
         EXPECT_EQ(o.err, "");
         for (const char *untouched : {"/opt/Orvel/pnzz", "/small/OrvelInstall", "/small/base",

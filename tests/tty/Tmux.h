@@ -1,13 +1,13 @@
 // A program on a terminal of fixed size, driven through tmux as a person
-// would: started in a session of its own, typed to, read from the screen.
-// Each test process has a tmux server of its own (own socket and
-// configuration) without a status line, which keeps a pane whose program
-// ended so that its last screen and exit status can be read.
+// would. Each test process has a tmux server of its own, without a status
+// line, which keeps a dead pane so that its last screen and status can be read.
 #pragma once
 
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdio>
@@ -26,8 +26,7 @@ using namespace std::chrono_literals;
 /// Long enough for a loaded machine; waits end as soon as the screen is right.
 constexpr std::chrono::milliseconds kTimeout = 10s;
 
-/// This process's server: its socket and its configuration, in a directory
-/// removed with the process (tmux leaves its socket behind).
+/// This process's server: socket and configuration in a directory removed with the process.
 struct Server {
     char directory[32] = "/tmp/tty-test-XXXXXX";
     std::string socket = mkdtemp(directory) ? std::string(directory) + "/tmux" : "";
@@ -68,10 +67,6 @@ inline Result Tmux(const std::vector<std::string> &args, bool capture = true) {
     return r;
 }
 
-inline bool TmuxAvailable() {
-    return Tmux({"-V"}).status == 0;
-}
-
 /// The last line of `screen` holding `text`, or "": a line-mode program
 /// scrolls, so the last is the latest.
 inline std::string LineWith(const std::string &screen, const std::string &text) {
@@ -81,23 +76,26 @@ inline std::string LineWith(const std::string &screen, const std::string &text) 
     return screen.substr(begin, screen.find('\n', at) - begin);
 }
 
-class Session {
-  public:
-    /// Starts the shell command line `command` in `directory` on a terminal
-    /// of `columns` x `rows`.
-    Session(const std::string &command, const std::string &directory, int columns = 80,
-            int rows = 24)
-        : name_("tty-" + std::to_string(getpid()) + "-" + std::to_string(++count_)) {
-        started_ = Tmux({"new-session", "-d", "-s", name_, "-x", std::to_string(columns), "-y",
-                         std::to_string(rows), "-c", directory, command},
-                        false)
-                       .status == 0;
+/// A test of a program on a terminal, skipped where tmux is missing; the
+/// program runs in a session of its own, ended with the test.
+class Test : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (Tmux({"-V"}).status != 0) GTEST_SKIP() << "tmux is not installed; these tests need it";
     }
-    ~Session() { Tmux({"kill-session", "-t", name_}); }
-    Session(const Session &) = delete;
-    Session &operator=(const Session &) = delete;
-
-    bool Started() const { return started_; }
+    void TearDown() override {
+        if (!name_.empty()) Tmux({"kill-session", "-t", name_});
+    }
+    /// Starts `command` in English, whatever the caller's language: the tests read English.
+    void Start(const std::string &command, const std::string &directory, int columns = 80,
+               int rows = 24) {
+        name_ = "tty-" + std::to_string(getpid()) + "-" + std::to_string(++count_);
+        ASSERT_EQ(Tmux({"new-session", "-d", "-s", name_, "-x", std::to_string(columns), "-y",
+                        std::to_string(rows), "-c", directory, "LANG=en_US exec " + command},
+                       false)
+                      .status,
+                  0);
+    }
     /// Types `line` and Return.
     void Type(const std::string &line) {
         if (line.empty())
@@ -114,9 +112,8 @@ class Session {
     bool WaitFor(const std::string &text) {
         return WaitUntil([&](const std::string &s) { return s.find(text) != std::string::npos; });
     }
-    /// Waits until the program waits for input after `prompt`: the cursor
-    /// stands right of it. A line typed earlier would be echoed before the
-    /// prompt, which is not what a person sees.
+    /// Waits until the cursor stands right of `prompt`: a line typed earlier
+    /// would be echoed before the prompt, which is not what a person sees.
     bool WaitForInput(std::string prompt) {
         while (!prompt.empty() && prompt.back() == ' ') prompt.pop_back();
         return Poll([&] {
@@ -151,6 +148,19 @@ class Session {
         return status;
     }
 
+    /// Types `line` once the program asks with `prompt`.
+    bool Answer(const char *prompt, const std::string &line) {
+        if (!WaitForInput(prompt)) return false;
+        Type(line);
+        return true;
+    }
+    /// Waits until the latest line holding `label` shows `value`.
+    bool Shows(const std::string &label, const std::string &value) {
+        return WaitUntil([&](const std::string &s) {
+            return LineWith(s, label).find(value) != std::string::npos;
+        });
+    }
+
   private:
     static bool Poll(const std::function<bool()> &done) {
         for (auto end = std::chrono::steady_clock::now() + kTimeout;;
@@ -161,7 +171,6 @@ class Session {
     }
     static inline int count_ = 0;
     std::string name_;
-    bool started_ = false;
 };
 
 }  // namespace tty

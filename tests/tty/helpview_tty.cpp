@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <memory>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -23,80 +22,60 @@ std::vector<std::string> Rows(const std::string &screen) {
     return rows;
 }
 
-class HelpviewTty : public ::testing::Test {
-  protected:
-    std::unique_ptr<tty::Session> tty;
-
-    void SetUp() override {
-        if (!tty::TmuxAvailable())
-            GTEST_SKIP() << "tmux is not installed; the terminal tests need it";
-        // English whatever the caller's language: the texts below are English.
-        tty = std::make_unique<tty::Session>(
-            std::string("LANG=en_US exec ") + HELPVIEW_BINARY + " examples/demo/setup.hlp",
-            SOURCE_DIR);
-        ASSERT_TRUE(tty->Started());
-    }
-};
+class HelpviewTty : public tty::Test {};
 
 TEST_F(HelpviewTty, ScreensFollowLinksBackContentsAndPages) {
-    struct {
-        const char *typed;  ///< null: the first screen
-        const char *top;    ///< the row under the title
-        const char *shown;  ///< a row of the bar or the text
+    ASSERT_NO_FATAL_FAILURE(Start(HELPVIEW_BINARY " examples/demo/setup.hlp", SOURCE_DIR));
+    const char *usage = "setup [manual] [install DIR] [menu] [no_space_check] [WORKAREA] [-v]";
+    struct {  // typed (null: the first screen), the row under the title, a row of bar or text
+        const char *typed, *top, *shown;
     } steps[] = {
         {nullptr, "Orvel pnzz Setup",
          " 1) Usage                 2) Free space            3) Installation site"},
         {"2", "Free space", " +) Next page             -) Previous page"},
         {"b", "Orvel pnzz Setup", "  * Usage[1]"},
-        {"+", "setup [manual] [install DIR] [menu] [no_space_check] [WORKAREA] [-v]",
-         " -) Previous page"},
+        {"+", usage, " -) Previous page"},
         {"c", "Orvel pnzz Setup", "  * After the installation[5]"},
-        {"b", "setup [manual] [install DIR] [menu] [no_space_check] [WORKAREA] [-v]",
-         " -) Previous page"},
+        {"b", usage, " -) Previous page"},
     };
     std::string title = std::string((80 - kTitle.size()) / 2, ' ') + kTitle;
     for (auto &step : steps) {
-        if (step.typed) tty->Type(step.typed);
-        ASSERT_TRUE(tty->WaitUntil([&](const std::string &screen) {
+        SCOPED_TRACE(step.typed ? step.typed : "start");
+        if (step.typed) Type(step.typed);
+        ASSERT_TRUE(WaitUntil([&](const std::string &screen) {
             std::vector<std::string> rows = Rows(screen);
             return rows.size() > 1 && rows[1] == step.top && rows.back() == kPrompt;
-        })) << (step.typed ? step.typed : "start")
-            << "\n"
-            << tty->Screen();
-        std::vector<std::string> rows = Rows(tty->Screen());
+        })) << Screen();
+        std::string screen = Screen();
+        std::vector<std::string> rows = Rows(screen);
         ASSERT_EQ(rows.size(), 24u);
         EXPECT_EQ(rows[0], title);
-        EXPECT_NE(std::find(rows.begin(), rows.end(),
-                            " e) Exit Help             c) Contents              b) Back"),
-                  rows.end());
-        EXPECT_NE(tty->Screen().find(step.shown), std::string::npos) << step.shown << "\n"
-                                                                     << tty->Screen();
+        EXPECT_NE(
+            std::ranges::find(rows, " e) Exit Help             c) Contents              b) Back"),
+            rows.end());
+        EXPECT_NE(screen.find(step.shown), std::string::npos) << step.shown << "\n" << screen;
     }
-    ASSERT_TRUE(tty->WaitForInput(kPrompt));
-    tty->Type("e");
-    EXPECT_EQ(tty->WaitForExit(), 0) << tty->Screen();
+    ASSERT_TRUE(Answer(kPrompt, "e"));
+    EXPECT_EQ(WaitForExit(), 0) << Screen();
 }
 
 // The engine's "h" opens the viewer on the menu's own help; leaving it goes
 // back to the menu.
-TEST(HelpTty, MenusShowTheirOwnHelp) {
-    if (!tty::TmuxAvailable()) GTEST_SKIP() << "tmux is not installed; the terminal tests need it";
-    tty::Session tty(std::string("LANG=en_US exec ") + MENUS_BINARY, SOURCE_DIR);
-    ASSERT_TRUE(tty.Started());
+TEST_F(HelpviewTty, MenusShowTheirOwnHelp) {
+    ASSERT_NO_FATAL_FAILURE(Start(MENUS_BINARY, SOURCE_DIR));
     auto topRows = [&](const std::string &first, const std::string &second) {
-        return tty.WaitUntil([&](const std::string &screen) {
+        return WaitUntil([&](const std::string &screen) {
             std::vector<std::string> rows = Rows(screen);
             return rows.size() > 1 && rows[0].find(first) != std::string::npos && rows[1] == second;
         });
     };
-    ASSERT_TRUE(tty.WaitForInput("exit:")) << tty.Screen();
-    tty.Type("h");
-    ASSERT_TRUE(topRows("Printer Queue Settings Help", "Printer Queue Settings")) << tty.Screen();
-    tty.Type("3");
-    ASSERT_TRUE(topRows("Printer Queue Settings Help", "Settings files")) << tty.Screen();
-    tty.Type("e");
-    ASSERT_TRUE(tty.WaitForInput("exit:")) << tty.Screen();
-    EXPECT_NE(tty.Screen().find(" 1) Queue name ...... []"), std::string::npos) << tty.Screen();
+    ASSERT_TRUE(Answer("exit:", "h")) << Screen();
+    ASSERT_TRUE(topRows("Printer Queue Settings Help", "Printer Queue Settings")) << Screen();
+    Type("3");
+    ASSERT_TRUE(topRows("Printer Queue Settings Help", "Settings files")) << Screen();
+    Type("e");
+    ASSERT_TRUE(WaitForInput("exit:")) << Screen();
+    EXPECT_NE(Screen().find(" 1) Queue name ...... []"), std::string::npos) << Screen();
 }
 
 }  // namespace

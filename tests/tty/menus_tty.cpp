@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <memory>
 
 #include "TestFiles.h"
 #include "Tmux.h"
@@ -12,53 +11,36 @@ namespace {
 
 using tty::LineWith;
 
-// English whatever the caller's language: the texts below are English.
-const std::string kEnglish = "LANG=en_US ";
-const std::string kMenus = kEnglish + MENUS_BINARY;
+const std::string kMenus = "LANG=en_US " MENUS_BINARY;
 const std::string kTitle = "Printer Queue Settings";
 const char *kAtMenu = "exit:";  // how both menus' prompt lines end (the main one wraps)
 
-class MenusTty : public ::testing::Test {
+class MenusTty : public tty::Test {
   protected:
     testfiles::TempDir dir;
-    std::unique_ptr<tty::Session> tty;
-
     void SetUp() override {
-        if (!tty::TmuxAvailable())
-            GTEST_SKIP() << "tmux is not installed; the terminal tests need it";
-        tty =
-            std::make_unique<tty::Session>(kEnglish + "exec " + MENUS_BINARY, dir.path().string());
-        ASSERT_TRUE(tty->Started());
-    }
-    /// Types `line` once the program asks with `prompt`.
-    bool Answer(const char *prompt, const std::string &line) {
-        if (!tty->WaitForInput(prompt)) return false;
-        tty->Type(line);
-        return true;
-    }
-    /// Waits until the latest line of `label` shows `value`.
-    bool Shows(const std::string &label, const std::string &value) {
-        return tty->WaitUntil([&](const std::string &s) {
-            return LineWith(s, label).find(value) != std::string::npos;
-        });
+        tty::Test::SetUp();
+        if (!IsSkipped()) Start(MENUS_BINARY, dir.path().string());
     }
 };
 
-TEST_F(MenusTty, FirstScreenHasCentredTitleNumbersAndHotKeys) {
-    ASSERT_TRUE(tty->WaitForInput(kAtMenu)) << tty->Screen();
-    std::string screen = tty->Screen();
+TEST_F(MenusTty, FirstScreenHasCentredTitleNumbersAndHotKeysAndELeaves) {
+    ASSERT_TRUE(WaitForInput(kAtMenu)) << Screen();
+    std::string screen = Screen();
     EXPECT_EQ(LineWith(screen, kTitle), std::string((80 - kTitle.size()) / 2, ' ') + kTitle);
     for (const char *shown :
          {" 1) Queue name ...... []", " 3) Copies .......... [1]", " 7) Options ......... [none]",
           " 8) Attached by ..... [1. Network]", " 9) Network Connection", "10) Show settings",
           " a) Apply", " l) Load settings", " e) Exit",
-          "Enter a selection or s for store settings in a file or h for help or <Return> to\n exit:"})
+          "Enter a selection or s for store settings in a file or h for help or <Return> to\n "
+          "exit:"})
         EXPECT_NE(screen.find(shown), std::string::npos) << shown << "\n" << screen;
+    ASSERT_TRUE(Answer(kAtMenu, "e"));
+    EXPECT_EQ(WaitForExit(), 0) << Screen();
 }
 
 TEST_F(MenusTty, TypedValuesAndChoicesShowInTheList) {
-    // A question is asked when the typed line holds no value.
-    struct {
+    struct {  // a question is asked when the typed line holds no value
         const char *typed, *question, *answer, *label, *shown;
     } steps[] = {
         {"1 office", nullptr, nullptr, "Queue name", "[office]"},
@@ -73,11 +55,11 @@ TEST_F(MenusTty, TypedValuesAndChoicesShowInTheList) {
         {"7 1", nullptr, nullptr, "Options", "[3]"},
     };
     for (auto &step : steps) {
-        ASSERT_TRUE(Answer(kAtMenu, step.typed)) << tty->Screen();
+        ASSERT_TRUE(Answer(kAtMenu, step.typed)) << Screen();
         if (step.question) {
-            ASSERT_TRUE(Answer(step.question, step.answer)) << step.typed << "\n" << tty->Screen();
+            ASSERT_TRUE(Answer(step.question, step.answer)) << step.typed << "\n" << Screen();
         }
-        EXPECT_TRUE(Shows(step.label, step.shown)) << step.typed << "\n" << tty->Screen();
+        EXPECT_TRUE(Shows(step.label, step.shown)) << step.typed << "\n" << Screen();
     }
 }
 
@@ -95,46 +77,45 @@ TEST_F(MenusTty, EntryFormatsRejectValuesSayingWhyAndKeepTheOldOnes) {
     };
     for (auto &c : cases) {
         ASSERT_TRUE(Answer(kAtMenu, c.typed));
-        ASSERT_TRUE(tty->WaitForInput(kAtMenu)) << tty->Screen();
-        std::string screen = tty->Screen();
+        ASSERT_TRUE(WaitForInput(kAtMenu)) << Screen();
+        std::string screen = Screen();
+        SCOPED_TRACE(std::string(c.typed) + "\n" + screen);
         // Just above the menu drawn again: the menu is short enough to leave it in sight.
-        EXPECT_NE(screen.find(std::string(c.why) + "\n"), std::string::npos) << c.typed << "\n"
-                                                                             << screen;
-        EXPECT_NE(LineWith(screen, c.label).find(c.kept), std::string::npos) << c.typed << "\n"
-                                                                             << screen;
+        EXPECT_NE(screen.find(std::string(c.why) + "\n"), std::string::npos);
+        EXPECT_NE(LineWith(screen, c.label).find(c.kept), std::string::npos);
     }
 }
 
 TEST_F(MenusTty, ConditionsChooseTheSubMenuAndLeavingItAsksFirst) {
     ASSERT_TRUE(Answer(kAtMenu, "9"));
-    ASSERT_TRUE(tty->WaitFor(" 1) Host")) << tty->Screen();
-    EXPECT_EQ(LineWith(tty->Screen(), "Network Connection"),
+    ASSERT_TRUE(WaitFor(" 1) Host")) << Screen();
+    EXPECT_EQ(LineWith(Screen(), "Network Connection"),
               std::string(31, ' ') + "Network Connection");
     ASSERT_TRUE(Answer(kAtMenu, "1 printsrv"));
     ASSERT_TRUE(Answer(kAtMenu, ""));
     ASSERT_TRUE(Answer("Do you want to return to Printer Queue Settings menu? [y/n]", "y"))
-        << tty->Screen();
+        << Screen();
 
     ASSERT_TRUE(Answer(kAtMenu, "8"));  // attached by a local port: condition "8.2"
-    ASSERT_TRUE(Shows("Attached by", "[2. Local port]")) << tty->Screen();
-    ASSERT_TRUE(tty->WaitForInput(kAtMenu));
-    std::string screen = tty->Screen();
+    ASSERT_TRUE(Shows("Attached by", "[2. Local port]")) << Screen();
+    ASSERT_TRUE(WaitForInput(kAtMenu));
+    std::string screen = Screen();
     std::string menu = screen.substr(screen.rfind(kTitle));
     EXPECT_NE(menu.find(" 9) Local Port\n"), std::string::npos) << menu;
     EXPECT_EQ(menu.find("Network Connection"), std::string::npos) << menu;
     ASSERT_TRUE(Answer(kAtMenu, "9"));
-    ASSERT_TRUE(Shows("Device", "[/dev/usb/lp0]")) << tty->Screen();
+    ASSERT_TRUE(Shows("Device", "[/dev/usb/lp0]")) << Screen();
     for (const char *line : {"d", "8", "9"}) ASSERT_TRUE(Answer(kAtMenu, line));
-    EXPECT_TRUE(Shows("Host", "[printsrv]")) << tty->Screen();  // kept from the first visit
+    EXPECT_TRUE(Shows("Host", "[printsrv]")) << Screen();  // kept from the first visit
 }
 
 TEST_F(MenusTty, StoredSettingsReplayWithoutAUser) {
     for (const char *line : {"1 office", "3 2", "6 3", "9", "1 printsrv", "3 3", "d", "s"})
-        ASSERT_TRUE(Answer(kAtMenu, line)) << tty->Screen();
-    ASSERT_TRUE(Answer("Enter the settings file name:", "office-a4")) << tty->Screen();
+        ASSERT_TRUE(Answer(kAtMenu, line)) << Screen();
+    ASSERT_TRUE(Answer("Enter the settings file name:", "office-a4")) << Screen();
     ASSERT_TRUE(Answer(kAtMenu, "a"));
-    ASSERT_EQ(tty->WaitForExit(), 0) << tty->Screen();
-    std::string screen = tty->Screen();
+    ASSERT_EQ(WaitForExit(), 0) << Screen();
+    std::string screen = Screen();
 
     FILE *replay = popen((kMenus + " --apply " + (dir / "office-a4").string()).c_str(), "r");
     char line[256];
@@ -150,11 +131,6 @@ TEST_F(MenusTty, StoredSettingsReplayWithoutAUser) {
     EXPECT_EQ(WEXITSTATUS(std::system(
                   (kMenus + " --apply " + (dir / "none").string() + " 2>/dev/null").c_str())),
               1);
-}
-
-TEST_F(MenusTty, HotKeyELeaves) {
-    ASSERT_TRUE(Answer(kAtMenu, "e"));
-    EXPECT_EQ(tty->WaitForExit(), 0) << tty->Screen();
 }
 
 }  // namespace

@@ -3,34 +3,25 @@
 // numbered lines ask instead.
 #include <gtest/gtest.h>
 
-#include <memory>
-
 #include "TestFiles.h"
 #include "Tmux.h"
 
 namespace {
 
-const std::string kMenus = "LANG=en_US exec " MENUS_BINARY;
 const char *kAtMenu = "exit:";  // the menu prompt wraps at narrow widths
 const char *kAtPick = "restores the default:";
 
-class PickTty : public ::testing::Test {
+class PickTty : public tty::Test {
   protected:
     testfiles::TempDir dir;
-    std::unique_ptr<tty::Session> tty;
-
     void Start(int columns, int rows) {
-        if (!tty::TmuxAvailable())
-            GTEST_SKIP() << "tmux is not installed; the terminal tests need it";
-        tty = std::make_unique<tty::Session>(kMenus, dir.path().string(), columns, rows);
-        ASSERT_TRUE(tty->Started());
-        ASSERT_TRUE(tty->WaitForInput(kAtMenu)) << tty->Screen();
+        tty::Test::Start(MENUS_BINARY, dir.path().string(), columns, rows);
+        ASSERT_TRUE(WaitForInput(kAtMenu)) << Screen();
     }
 };
 
 TEST_F(PickTty, NumbersPickOrSwitchAndLettersKeepCancelOrRestore) {
-    Start(80, 24);
-    if (IsSkipped() || HasFatalFailure()) return;
+    ASSERT_NO_FATAL_FAILURE(Start(80, 24));
     const std::string dashes(33, '-');
     struct {
         const char *typed, *prompt;
@@ -52,24 +43,23 @@ TEST_F(PickTty, NumbersPickOrSwitchAndLettersKeepCancelOrRestore) {
         {"s", kAtMenu, "Options ......... [none]"},
     };
     for (const auto &step : steps) {
-        tty->Type(step.typed);
-        EXPECT_TRUE(tty->WaitFor(step.shown)) << step.typed << "\n" << tty->Screen();
-        ASSERT_TRUE(tty->WaitForInput(step.prompt)) << step.typed << "\n" << tty->Screen();
+        Type(step.typed);
+        EXPECT_TRUE(WaitFor(step.shown)) << step.typed << "\n" << Screen();
+        ASSERT_TRUE(WaitForInput(step.prompt)) << step.typed << "\n" << Screen();
     }
 }
 
 TEST_F(PickTty, TooSmallATerminalSaysSoAndAsksLineByLine) {
-    Start(38, 12);
-    if (IsSkipped() || HasFatalFailure()) return;
-    tty->Type("6");
-    ASSERT_TRUE(tty->WaitForInput("default:")) << tty->Screen();
-    std::string screen = tty->Screen();
+    ASSERT_NO_FATAL_FAILURE(Start(38, 12));
+    Type("6");
+    ASSERT_TRUE(WaitForInput("default:")) << Screen();
+    std::string screen = Screen();
     for (const char *shown : {"The terminal (38x12) is too small", "\n* 1) Letter\n", "\n  4) A5\n",
                               "Enter a choice number"})
         EXPECT_NE(screen.find(shown), std::string::npos) << shown << "\n" << screen;
     EXPECT_EQ(screen.find("(*)"), std::string::npos) << screen;
-    tty->Type("3");
-    EXPECT_TRUE(tty->WaitForInput(kAtMenu)) << tty->Screen();
+    Type("3");
+    EXPECT_TRUE(WaitForInput(kAtMenu)) << Screen();
 }
 
 }  // namespace

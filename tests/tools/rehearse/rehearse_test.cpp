@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 
 #include "TestFiles.h"
 
@@ -85,7 +84,6 @@ TEST_F(RehearseTest, WriteToEtcStaysInsideAndIsAllThatIsReported) {
     EXPECT_TRUE(r.err.starts_with("err\nrehearse: changes made by the command")) << r.err;
     EXPECT_TRUE(Has(r.err, "+ file     0644 root:root  " + probe + "\n"));
     EXPECT_TRUE(Has(r.err, "rehearse: 1 added, 0 changed, 0 removed\n"));
-    EXPECT_EQ(Run({"-q", "--", "touch", probe}).err, "");
     EXPECT_FALSE(fs::exists(probe));
 }
 
@@ -153,42 +151,24 @@ TEST_F(MountedTest, MountedFileSystemsShowAndTheirChangesStayInside) {
     };
     const fs::path tmp = scratch / "tmp", tmpfs = scratch / "a tmpfs", ro = scratch / "ro",
                    layers = scratch / "layers";
-    struct Case {
-        fs::path dir;
-        std::function<void()> make;
-        bool writable, named;
-    };
     // Kept on an overlay, as in a container: it cannot hold the marks of removals.
     fs::create_directories(scratch / "keep-lower");
     Overlay(scratch / "keep", scratch / "keep-lower", scratch / "keep-layers");
-    const Case cases[] = {
-        {tmp, [&] { fill(tmp); }, true, false},
-        {tmpfs,
-         [&] {
-             Mount("tmpfs", tmpfs, "mode=0755");
-             fill(tmpfs);
-         },
-         true, false},
-        {ro,
-         [&] {
-             Mount("tmpfs", ro, "mode=0755");
-             fill(ro);
-             ASSERT_EQ(mount(nullptr, ro.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
-         },
-         false, false},
-        {layers / "two",
-         [&] {
-             Mount("tmpfs", layers, "mode=0755");
-             fill(layers / "low");
-             Overlay(layers / "one", layers / "low", layers / "1");
-             Overlay(layers / "two", layers / "one", layers / "2");
-         },
-         false, true},
-    };
+    for (const fs::path &dir : {tmpfs, ro, layers}) Mount("tmpfs", dir, "mode=0755");
+    for (const fs::path &dir : {tmp, tmpfs, ro, layers / "low"}) fill(dir);
+    ASSERT_EQ(mount(nullptr, ro.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+    Overlay(layers / "one", layers / "low", layers / "1");
+    Overlay(layers / "two", layers / "one", layers / "2");
+    struct Case {
+        fs::path dir;
+        bool writable, named;
+    } const cases[] = {{tmp, true, false},
+                       {tmpfs, true, false},
+                       {ro, false, false},
+                       {layers / "two", false, true}};
     for (const Case &c : cases) {
         std::string d = c.dir.string();
         SCOPED_TRACE(d);
-        c.make();
         fs::path kept = scratch / "keep" / std::to_string(&c - cases);
         Result r = Run({"-k", kept, "-r", scratch / "report", "-C", d, "--", "sh", "-c",
                         "./prog && cat f && echo new > f && echo add > added && rm gone && "
@@ -212,25 +192,19 @@ TEST_F(MountedTest, MountedFileSystemsShowAndTheirChangesStayInside) {
     }
 }
 
-// Running as another user and most statuses show in every end-to-end run.
-TEST_F(RehearseTest, SignalsMissingCommandsAndMountSizesShow) {
-    EXPECT_EQ(Run({"-q", "--", "sh", "-c", "kill -9 $$"}).status, 137);
-    Result missing = Run({"-q", "--", "no-such-command-" + tag});
-    EXPECT_EQ(missing.status, 127);
-    EXPECT_TRUE(missing.err.starts_with("rehearse: cannot run no-such-command-")) << missing.err;
-    Result df = Run({"-q", "-t", "/opt/rh:2M", "--", "sh", "-c",
-                     "df -k /opt/rh | awk 'NR == 2 { print $2, ($4 >= 2000 && $4 <= 2048) }'"});
-    EXPECT_EQ(df.out, "2048 1\n");
-}
-
+// Each case is the expected status, then the arguments: a command that cannot
+// be run exits 127, as in a shell; anything else unusable 125.
 TEST_F(RehearseTest, UnusableSetupIsRefusedWithOneLine) {
     std::string s = scratch.path().string();
     for (std::string args : std::vector<std::string>{
-             "-f " + s + "/none true", "-k " + s + " true", "-t /opt/x:lots true",
-             "-u no-such-user-rh true", "-i " + s + "/none true", "-C /no/such true", "-q"}) {
+             "125 -f " + s + "/none true", "125 -k " + s + " true", "125 -t /opt/x:lots true",
+             "125 -u no-such-user-rh true", "125 -i " + s + "/none true", "125 -C /no/such true",
+             "125 -q", "127 -q -- no-such-command-rh"}) {
         std::istringstream words(args);
+        int status = 0;
+        words >> status;
         Result r = Run({std::istream_iterator<std::string>(words), {}});
-        EXPECT_EQ(r.status, 125) << args;
+        EXPECT_EQ(r.status, status) << args;
         EXPECT_TRUE(r.err.starts_with("rehearse: ")) << r.err;
         EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
         EXPECT_EQ(StateDirsOf(r.pid), 0);
@@ -280,8 +254,6 @@ TEST_F(RehearseTest, DosDisketteAnswersToAnyCaseOfAName) {
 // command; interrupted, it kills what ignores the signal and leaves nothing behind.
 TEST_F(RehearseTest, StandInsShowInsideOnlyAndAHangIsCleanedUp) {
     std::string name = "RhTest" + tag.substr(0, 8), sleep = "sleep 1000." + tag;
-    Result r = Run({"-q", "-p", name, "-p", "PND", "--", "ps", "-e"});
-    EXPECT_TRUE(Has(r.out, " " + name + "\n") && Has(r.out, " PND\n")) << r.out;
     std::string mounts = Slurp("/proc/self/mountinfo");
     pid_t pid = Start({"-q", "-p", name, "--", "sh", "-c", "trap '' INT TERM; exec " + sleep},
                       "/dev/null", "/dev/null");

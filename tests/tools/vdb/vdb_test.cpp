@@ -87,25 +87,23 @@ TEST_F(VdbTest, MalformedSourceIsReportedByLineAndChangesNothing) {
 
 TEST_F(VdbTest, GetPutDeleteAndKeysWorkOnOneRecordAtATime) {
     Build(kSource);
-    EXPECT_EQ(Vdb("get s.vdb MSG_HELLO"), 0);
-    EXPECT_EQ(out, "Hello, world\n\n") << "the first of the key's records";
-    EXPECT_EQ(Vdb("get s.vdb BIN"), 0);
-    EXPECT_EQ(out, "\0\x01\xff"s);
-    EXPECT_EQ(Vdb("get s.vdb NONE"), 0) << "an empty record is there";
-    EXPECT_EQ(out, "");
-    EXPECT_EQ(Vdb("get s.vdb ABSENT"), 1);
-    EXPECT_EQ(Vdb("put s.vdb 'key with blanks' 'new text'"), 0) << err;
-    EXPECT_EQ(Vdb("delete s.vdb MSG_HELLO"), 0) << err;
-    EXPECT_EQ(Vdb("delete s.vdb MSG_HELLO"), 1);
-    EXPECT_EQ(Vdb("keys s.vdb"), 0);
-    EXPECT_EQ(out, "T_TAB\nBIN\nEMPTY\nNONE\nkey with blanks\n");
-    EXPECT_EQ(Vdb("get s.vdb 'key with blanks'"), 0);
-    EXPECT_EQ(out, "new text\n");
-    EXPECT_EQ(Vdb("put fresh k v"), 0) << err;
-    EXPECT_TRUE(fs::exists(top / "fresh.vdb"))
-        << "a name without a dot gets .vdb, as setup reads it";
-    EXPECT_EQ(Vdb("get fresh k"), 0);
-    EXPECT_EQ(out, "v\n");
+    const std::tuple<const char *, int, std::string> steps[] = {
+        {"get s.vdb MSG_HELLO", 0, "Hello, world\n\n"},  // the first of the key's records
+        {"get s.vdb BIN", 0, "\0\x01\xff"s},
+        {"get s.vdb NONE", 0, ""},  // an empty record is there
+        {"get s.vdb ABSENT", 1, ""},
+        {"put s.vdb 'key with blanks' 'new text'", 0, ""},
+        {"delete s.vdb MSG_HELLO", 0, ""},
+        {"delete s.vdb MSG_HELLO", 1, ""},
+        {"keys s.vdb", 0, "T_TAB\nBIN\nEMPTY\nNONE\nkey with blanks\n"},
+        {"get s.vdb 'key with blanks'", 0, "new text\n"},
+        {"put fresh k v", 0, ""},
+        {"get fresh.vdb k", 0, "v\n"},  // a name without a dot gets .vdb, as setup reads it
+        {"get fresh k", 0, "v\n"}};
+    for (const auto &[args, status, shown] : steps) {
+        EXPECT_EQ(Vdb(args), status) << args << "\n" << err;
+        EXPECT_EQ(out, shown) << args;
+    }
 }
 
 TEST_F(VdbTest, MissingDatabaseIsAnErrorAndStaysMissing) {
