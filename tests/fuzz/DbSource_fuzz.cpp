@@ -1,6 +1,7 @@
 // The text form of a record database: the input is parsed by ParseDbSource;
 // every record it yields is written back with WriteDbSourceRecord, and the
 // line written must parse to the same key and bytes.
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -58,7 +59,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     std::vector<Record> records;
     char error[DBSOURCE_ERROR_SIZE];
     int bad = ParseDbSource(text, static_cast<long>(size), Keep, &records, error);
-    if (bad < 0 || (bad > 0 && error[0] == '\0')) std::abort();  // a bad line is always explained
+    // A bad line is always explained, and lies within the text.
+    if (bad < 0 || (bad > 0 && error[0] == '\0')) std::abort();
+    if (bad > 1 + std::count(text, text + size, '\n')) std::abort();
     for (const Record &r : records) CheckRoundTrip(r);
     ParseDbSource(text, static_cast<long>(size), Refuse, nullptr, error);
     ParseDbSource(text, static_cast<long>(size), nullptr, nullptr, nullptr);
