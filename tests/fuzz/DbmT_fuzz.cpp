@@ -35,9 +35,7 @@ void CheckLinkList(DbT *db, const std::string &pattern) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::Quiet();
-    static std::string tool = fuzz::FreshDir("tool");
-    pToolPath = tool.data();
+    fuzz::Begin("tool");
     return 0;
 }
 

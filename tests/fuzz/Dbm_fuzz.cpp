@@ -22,10 +22,7 @@ void CheckLinkList(const std::string &pattern) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::Quiet();
-    static std::string tool = fuzz::FreshDir("tool");
-    pToolPath = tool.data();
-    my_name = const_cast<char *>("dbmfuzz");
+    fuzz::Begin("tool", "dbmfuzz");
     return 0;
 }
 

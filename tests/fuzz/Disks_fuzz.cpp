@@ -34,10 +34,7 @@ void ReadAs(const char *name, std::string_view bytes) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::Quiet();
-    static std::string tool = fuzz::WorkDir();
-    pToolPath = tool.data();
-    my_name = const_cast<char *>("disksfuzz");
+    fuzz::Begin("", "disksfuzz");
     medium = fuzz::WorkDir() + "/medium";
     target = fuzz::FreshDir("target");
     return 0;

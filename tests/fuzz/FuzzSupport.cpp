@@ -10,6 +10,7 @@
 
 #include "Dbm.h"
 #include "MemMgr.h"
+#include "utils.h"
 
 namespace fuzz {
 
@@ -28,9 +29,9 @@ const std::string &WorkDir() {
         return pattern;
     }();
     static const bool cleanup = std::atexit([] {
-        std::error_code ignored;
-        fs::remove_all(WorkDir(), ignored);
-    }) == 0;
+                                    std::error_code ignored;
+                                    fs::remove_all(WorkDir(), ignored);
+                                }) == 0;
     (void)cleanup;
     return dir;
 }
@@ -61,6 +62,14 @@ void Quiet() {
         std::perror("fuzz: /dev/null");
         std::abort();
     }
+}
+
+void Begin(const char *tool, const char *name) {
+    Quiet();
+    static std::string dir;
+    dir = *tool ? FreshDir(tool) : WorkDir();
+    pToolPath = dir.data();
+    if (name) my_name = const_cast<char *>(name);
 }
 
 std::string_view Cut(std::string_view &data, char separator) {

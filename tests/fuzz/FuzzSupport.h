@@ -31,6 +31,9 @@ inline std::string_view Bytes(const uint8_t *data, size_t size) {
 /// libFuzzer's report) and standard input reads /dev/null, so that a question
 /// the library asks is answered by end of input.
 void Quiet();
+/// Quiet(), then the library's tool directory: WorkDir()/`tool` made empty
+/// ("" for WorkDir() itself), and its program name `name` when given.
+void Begin(const char *tool, const char *name = nullptr);
 
 /// The part of `data` before the first occurrence of `separator`, which is
 /// dropped from `data`; all of it when there is none.

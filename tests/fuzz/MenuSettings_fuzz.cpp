@@ -77,10 +77,7 @@ void Declare() {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::Quiet();
-    static std::string tool = fuzz::WorkDir();
-    pToolPath = tool.data();
-    my_name = const_cast<char *>("settingsfuzz");
+    fuzz::Begin("", "settingsfuzz");
     return 0;
 }
 

@@ -31,10 +31,8 @@ void StoreAsTheEngineDoes(const std::string &format, const std::string &text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::Quiet();
     // No databases there: the messages come from the built-in English strings.
-    static std::string tool = fuzz::FreshDir("tool");
-    pToolPath = tool.data();
+    fuzz::Begin("tool");
     unsetenv("LANG");
     return 0;
 }

@@ -21,9 +21,7 @@ void Forget() {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::Quiet();
-    static std::string tool = fuzz::FreshDir("tool");
-    pToolPath = tool.data();
+    fuzz::Begin("tool");
     return 0;
 }
 

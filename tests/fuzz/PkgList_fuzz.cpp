@@ -22,10 +22,7 @@ constexpr const char *PS_OUTPUT =
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::Quiet();
-    static std::string tool = fuzz::WorkDir();
-    pToolPath = tool.data();
-    my_name = const_cast<char *>("pkglistfuzz");
+    fuzz::Begin("", "pkglistfuzz");
     installDir = fuzz::FreshDir("OrvelInstall");
     appDir = fuzz::FreshDir("app");
     pOrvelInstallDir = installDir.data();

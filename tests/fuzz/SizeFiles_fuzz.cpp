@@ -18,10 +18,7 @@ constexpr const char *DF_OUTPUT =
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-    fuzz::Quiet();
-    static std::string tool = fuzz::FreshDir("medium");
-    pToolPath = tool.data();
-    my_name = const_cast<char *>("sizefuzz");
+    fuzz::Begin("medium", "sizefuzz");
     work = fuzz::FreshDir("tmp/OrvelInstall");
     base = fuzz::FreshDir("opt");
     pTmpDir = const_cast<char *>(fuzz::WorkDir().c_str());

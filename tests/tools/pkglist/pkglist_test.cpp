@@ -129,25 +129,17 @@ TEST_F(PkglistTest, PlanShowsEachLinesCommandsInOrderAndChangesNothing) {
         {"prog"});
     ASSERT_EQ(Pkglist("plan --base " + base.path().string() + " --work /w " + list), 0) << err;
     std::string app = base.path().string() + "/Orvel/pnzz";
-    const char *expected[] = {":2: c prog name prog2 mode 755\n",
-                              "/cp -p /w/pkg/prog PKG ",
-                              "/mv -f PKG/prog PKG/prog2 ",
-                              "/chmod  755 PKG/prog 1>>/tmp/setup.log",
-                              ":4: m prog2 owner lp\n",
-                              "/chown  -R lp PKG/prog2 ",
-                              ":5: newdir log\n",
-                              "/mkdir -p PKG/log ",
-                              "/chmod  775 PKG/log ",
-                              ":6: checkps a,b\n",
-                              "  read: ",
-                              ":7: c x bat launch\n",
-                              "  write /usr/bin/launch\n",
-                              "  | exec PKG/x $*\n",
-                              "/chmod  755 /usr/bin/launch 1>/dev/null"};
+    // clang-format off
+    const char *expected[] = {
+        ":2: c prog name prog2 mode 755\n", "/cp -p /w/pkg/prog PKG ", "/mv -f PKG/prog PKG/prog2 ",
+        "/chmod  755 PKG/prog 1>>/tmp/setup.log", ":4: m prog2 owner lp\n", "/chown  -R lp PKG/prog2 ",
+        ":5: newdir log\n", "/mkdir -p PKG/log ", "/chmod  775 PKG/log ", ":6: checkps a,b\n", "  read: ",
+        ":7: c x bat launch\n", "  write /usr/bin/launch\n", "  | exec PKG/x $*\n",
+        "/chmod  755 /usr/bin/launch 1>/dev/null"};
+    // clang-format on
     size_t at = 0;
     for (std::string piece : expected) {
-        if (size_t p = piece.find("PKG"); p != std::string::npos) piece.replace(p, 3, app);
-        if (size_t p = piece.find("PKG"); p != std::string::npos) piece.replace(p, 3, app);
+        for (size_t p; (p = piece.find("PKG")) != std::string::npos;) piece.replace(p, 3, app);
         size_t found = out.find(piece, at);
         ASSERT_NE(found, std::string::npos) << piece << " after " << at << " in\n" << out;
         at = found + piece.size();
