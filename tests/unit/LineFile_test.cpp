@@ -115,6 +115,11 @@ TEST_F(LineFileTest, FindFileSplitsItsArguments) {
     EXPECT_EQ(FindFile((dir / "sub/file").c_str(), "x"), 0);  // not a directory
     EXPECT_EQ(FindFile((dir / "gone").c_str(), "x"), 0);      // cannot be read
     EXPECT_EQ(FindFile(nullptr, ""), 0);
+    // Found by name or in the listing, the answers agree: a dangling link is
+    // an entry, and a name that is a blank-separated piece of one is found.
+    testfiles::Write(dir / "x y", "");
+    fs::create_symlink(dir / "none", dir / "dangling");
+    EXPECT_EQ(FindFile(root, "dangling") + FindFile(root, "x") + FindFile(root, "x y"), 3);
 }
 
 TEST_F(LineFileTest, GetLineReadsPiecesAndItsFilterRemovesComments) {
