@@ -4,7 +4,7 @@
 #
 #   cmake -DBUILD_DIR=build -DPREFIX=DIR -DBINDIR=bin -DPROGRAMS="setup;vdb;..."
 #         -DLANGUAGES="en_US;..." -DPAGES="share/man/man8/setup.8;..."
-#         -DHELP_FILE=examples/demo/setup.hlp -P InstallTree.cmake
+#         -DHELP_FILE=examples/demo/setup.hlp [-DREHEARSE=rehearse] -P InstallTree.cmake
 cmake_minimum_required(VERSION 3.20)
 file(REMOVE_RECURSE ${PREFIX})
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${PREFIX}
@@ -39,7 +39,12 @@ function(expect_run pattern)
   endif()
 endfunction()
 
-expect_run("^setup [0-9.]+\n$" ${bin}/setup -v)
+# Even -v starts the log in /tmp: setup runs as root only inside the sandbox,
+# and not at all where the sandbox cannot run.
+execute_process(COMMAND id -u OUTPUT_VARIABLE uid OUTPUT_STRIP_TRAILING_WHITESPACE)
+if(REHEARSE AND uid STREQUAL "0")
+  expect_run("^setup [0-9.]+\n$" ${REHEARSE} -q -- ${bin}/setup -v)
+endif()
 expect_run("Default en_US" ${bin}/vdb get ${bin}/db/en_US/CoreString.vdb 999_1)
 # The installed viewer finds the installed strings: in French its screen is
 # not the English one it falls back to without them.
