@@ -27,10 +27,6 @@
 
 namespace {
 
-using String = std::basic_string<char, std::char_traits<char>, MemAllocator<char>>;
-template <typename T>
-using Vector = std::vector<T, MemAllocator<T>>;
-
 // Rows of a screen besides the text: the title line; the blank line after
 // the title and the one that starts the bar's key group; two rows of hot
 // keys; a blank line and the prompt. The rows of link items come on top,
@@ -282,7 +278,7 @@ class Viewer {
             itemRoom_ = needed;
             menu_.items = items_.get();
         }
-        Vector<MemPtr<char>> labels;
+        MemVector<MemPtr<char>> labels;
         for (int n = 1; n <= page->linkCount; ++n) {
             const HtmlLink &link = page->links[n - 1];
             const char *text = link.text[0] ? link.text : link.target;
@@ -370,12 +366,12 @@ class Viewer {
     /// The page title centred in a line of exactly MENU_WIDTH columns: the
     /// engine centres a title by its first line, and one that fills the
     /// width is printed as it is.
-    String TitleLine() const {
+    MemString TitleLine() const {
         const char *title = page_->title;
         int bytes = HtmlFit(title, static_cast<int>(std::strlen(title)), MENU_WIDTH);
         int columns = HtmlColumns(title, bytes);
         int before = (MENU_WIDTH - columns) / 2;
-        String line(static_cast<size_t>(before), ' ');
+        MemString line(static_cast<size_t>(before), ' ');
         line.append(title, static_cast<size_t>(bytes));
         line.append(static_cast<size_t>(MENU_WIDTH - columns - before), ' ');
         return line;
@@ -395,14 +391,14 @@ class Viewer {
     MemPtr<char> name_;
     HtmlPage *page_ = nullptr;
     int top_ = 0;
-    Vector<MemPtr<char>> labels_;  ///< of its links' items
+    MemVector<MemPtr<char>> labels_;  ///< of its links' items
     Place start_ = {Source::Text, nullptr, 0};
-    Vector<Place> history_;
+    MemVector<Place> history_;
     // The menu.
-    String screen_;
+    MemString screen_;
     MemPtr<MENUITEM> items_;
     int itemRoom_ = 0;
-    Vector<MemPtr<MENUITEM>> retired_;
+    MemVector<MemPtr<MENUITEM>> retired_;
     MENU menu_ = {};
 };
 

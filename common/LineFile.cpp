@@ -184,19 +184,17 @@ void SplitAtLastSlash(char *path, DirEntry &out) {
 // the entry itself: the answer the listing would give, without reading all
 // of /tmp before every log message. Only a miss needs the listing, whose
 // blank-separated words can also match a piece of a name holding blanks.
-bool ListedByName(const DirEntry &entry) {
+bool ListedByName(const DirEntry &entry, const char *path) {
     if (!*entry.dir || !*entry.name || std::strchr(entry.name, ' ')) return false;
-    char path[2 * FN_SIZE + 2];
     struct stat st;
-    return Format(path, sizeof path, "%s/%s", entry.dir, entry.name) &&
-           lstat(path, &st) == 0 && access(entry.dir, R_OK) == 0;
+    return lstat(path, &st) == 0 && access(entry.dir, R_OK) == 0;
 }
 
 int InDirectoryList(const DirEntry &entry) {
     char path[2 * FN_SIZE + 2];
-    if (Seam.exists)
-        return Format(path, sizeof path, "%s/%s", entry.dir, entry.name) && Seam.exists(path);
-    if (ListedByName(entry)) return 1;
+    bool joined = Format(path, sizeof path, "%s/%s", entry.dir, entry.name);
+    if (Seam.exists) return joined && Seam.exists(path);
+    if (joined && ListedByName(entry, path)) return 1;
     MemPtr<char> list(GetDirFileList(entry.dir));
     if (!list) return 0;
     return FindToken(entry.name, list.get()) ? 1 : 0;

@@ -13,6 +13,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
 constexpr int MEM_NODE_SIZE = 32;
 constexpr int MEM_BLOCK_SIZE = 0x10000;
@@ -94,3 +96,8 @@ struct MemAllocator {
         return true;
     }
 };
+
+/// A string and a vector whose storage comes from the block manager.
+using MemString = std::basic_string<char, std::char_traits<char>, MemAllocator<char>>;
+template <typename T>
+using MemVector = std::vector<T, MemAllocator<T>>;

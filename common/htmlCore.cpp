@@ -16,10 +16,6 @@
 
 namespace {
 
-using String = std::basic_string<char, std::char_traits<char>, MemAllocator<char>>;
-template <typename T>
-using Vector = std::vector<T, MemAllocator<T>>;
-
 constexpr uint32_t NBSP = 0xA0;
 constexpr uint32_t SHY = 0xAD;
 constexpr int TAB_STOP = 8;
@@ -58,7 +54,7 @@ bool SameIgnoringCase(std::string_view a, std::string_view b) {
     return true;
 }
 
-void AppendUtf8(String &out, uint32_t c) {
+void AppendUtf8(MemString &out, uint32_t c) {
     char bytes[4];
     out.append(bytes, static_cast<size_t>(HtmlPutChar(bytes, c)));
 }
@@ -76,8 +72,8 @@ uint32_t NextChar(std::string_view s, bool references, int *length) {
 }
 
 /// `raw` as one line of text: blanks collapsed, ends trimmed, at most `max` bytes.
-String Clean(std::string_view raw, bool entities, size_t max) {
-    String out;
+MemString Clean(std::string_view raw, bool entities, size_t max) {
+    MemString out;
     bool gap = false;
     for (size_t i = 0; i < raw.size();) {
         int length = 1;
@@ -143,7 +139,7 @@ bool BelongsInHead(Tag tag) {
 struct TagToken {
     Tag tag = Tag::Other;
     bool end = false;
-    String href, name, id;
+    MemString href, name, id;
 };
 
 // ---- Layout
@@ -159,11 +155,11 @@ struct Block {
 class Layout {
   public:
     Layout(HtmlPage *page, const char *title) : page_(page) {
-        String clean = Clean(title ? title : "", false, HTML_TITLE_MAX);
+        MemString clean = Clean(title ? title : "", false, HTML_TITLE_MAX);
         Must(HtmlSetTitle(page_, clean.data(), static_cast<int>(clean.size())));
     }
 
-    void Title(const String &title) {
+    void Title(const MemString &title) {
         if (title.empty() || titled_) return;
         titled_ = true;
         Must(HtmlSetTitle(page_, title.data(), static_cast<int>(title.size())));
@@ -246,7 +242,7 @@ class Layout {
         EndHeading();
         Break(false);
         EndLine();
-        for (const String &name : anchors_)
+        for (const MemString &name : anchors_)
             Must(HtmlAddAnchor(page_, name.data(), static_cast<int>(name.size()),
                                std::max(0, page_->lineCount - 1)));
         anchors_.clear();
@@ -382,7 +378,7 @@ class Layout {
                     widest, HtmlColumns(line, static_cast<int>(std::strlen(line))) - Indent());
             }
             if (widest > 0) {
-                String underline(static_cast<size_t>(Indent()), ' ');
+                MemString underline(static_cast<size_t>(Indent()), ' ');
                 underline.append(static_cast<size_t>(widest), heading_ == 1 ? '=' : '-');
                 Must(HtmlAddLine(page_, underline.data(), static_cast<int>(underline.size())));
             }
@@ -438,7 +434,7 @@ class Layout {
         lineOpen_ = true;
         lineText_ = false;
         space_ = false;
-        for (const String &name : anchors_)
+        for (const MemString &name : anchors_)
             Must(
                 HtmlAddAnchor(page_, name.data(), static_cast<int>(name.size()), page_->lineCount));
         anchors_.clear();
@@ -448,7 +444,7 @@ class Layout {
     void EndLine() {
         if (!lineOpen_) return;
         size_t end = line_.find_last_not_of(' ');
-        line_.resize(end == String::npos ? 0 : end + 1);
+        line_.resize(end == MemString::npos ? 0 : end + 1);
         Must(HtmlAddLine(page_, line_.data(), static_cast<int>(line_.size())));
         lineOpen_ = lineText_ = false;
     }
@@ -517,7 +513,7 @@ class Layout {
         LinkText(c);
     }
 
-    void Anchor(const String &name) {
+    void Anchor(const MemString &name) {
         if (lineOpen_)
             Must(
                 HtmlAddAnchor(page_, name.data(), static_cast<int>(name.size()), page_->lineCount));
@@ -586,27 +582,27 @@ class Layout {
     HtmlPage *page_;
     bool titled_ = false;
     bool inHead_ = false;
-    Vector<Block> blocks_;
+    MemVector<Block> blocks_;
     // The line being filled.
-    String line_;
+    MemString line_;
     int lineColumns_ = 0;
     bool lineOpen_ = false;
     bool lineText_ = false;  ///< more than indentation and a marker
     bool blank_ = false;     ///< a blank line is due before the next text
     // The word being gathered.
-    String word_;
+    MemString word_;
     int wordColumns_ = 0;
-    Vector<int> wordLinks_;  ///< links whose marks the word holds
-    bool space_ = false;     ///< a blank separates the word from the text before
-    bool glue_ = false;      ///< the word is a mark that joins the text before
+    MemVector<int> wordLinks_;  ///< links whose marks the word holds
+    bool space_ = false;        ///< a blank separates the word from the text before
+    bool glue_ = false;         ///< the word is a mark that joins the text before
     int pre_ = 0;
     bool preStart_ = false;
     int heading_ = 0;
     int headingFirst_ = -1;
-    Vector<String> anchors_;  ///< waiting for the line of the next text
+    MemVector<MemString> anchors_;  ///< waiting for the line of the next text
     bool linkOpen_ = false;
-    String linkTarget_;
-    String linkText_;
+    MemString linkTarget_;
+    MemString linkText_;
     bool linkSpace_ = false;
 };
 

@@ -54,9 +54,12 @@ class LineCheck {
         ++warnings;
     }
 
-    bool InPackage(const std::string &name) {
+    // A file a copy takes from the package, which must be beside the list.
+    void CheckSource(const std::string &name) {
         std::error_code error;
-        return fs::exists(listDir_ / name, error);
+        if (!fs::exists(listDir_ / name, error))
+            Warn("%s is not in the package (%s): the copy fails", name.c_str(),
+                 (listDir_ / name).c_str());
     }
 
     void Command(const char *word) {
@@ -76,26 +79,19 @@ class LineCheck {
             case PL_UNKNOWN:
             case PL_COPY:
             case PL_DIR:
-                if (!InPackage(name))
-                    Warn("%s is not in the package (%s): the copy fails", name.c_str(),
-                         (listDir_ / name).c_str());
+                CheckSource(name);
                 held_.insert(fs::path(name).filename().string());
                 break;
             case PL_DIRTO: {
                 const char *to = Word();
                 if (!to) return Warn("dirto %s without a destination does nothing", name.c_str());
-                if (!InPackage(name))
-                    Warn("%s is not in the package (%s): the copy fails", name.c_str(),
-                         (listDir_ / name).c_str());
-                std::string destination = to;
-                if (Word()) {
+                CheckSource(name);
+                std::string destination = to;  // the next word reuses the buffer
+                if (Word())
                     Warn(
                         "attributes after dirto act on the package directory's %s, not on the "
                         "copy in %s",
                         name.c_str(), destination.c_str());
-                    cursor_ = nullptr;  // already reported; the pairs are not read again
-                    return;
-                }
                 return;
             }
             case PL_TOUCH:

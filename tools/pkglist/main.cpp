@@ -52,11 +52,9 @@ bool Load(const char *path, ListSource &source) {
 }  // namespace
 
 int ListSource::LineAt(long positionAfter, size_t lineLength) const {
-    size_t start = positionAfter < 0 ? 0 : static_cast<size_t>(positionAfter);
-    start = std::min(text.size(), start) - std::min(std::min(text.size(), start), lineLength);
-    int line = 1;
-    for (size_t i = 0; i < start; ++i) line += text[i] == '\n';
-    return line;
+    size_t end = std::min(text.size(), static_cast<size_t>(std::max(positionAfter, 0L)));
+    size_t start = end - std::min(end, lineLength);
+    return 1 + static_cast<int>(std::count(text.begin(), text.begin() + start, '\n'));
 }
 
 int main(int argc, char **argv) {
