@@ -53,17 +53,16 @@ void CheckRoundTrip(const Record &r) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    fuzz::Input input;
-    const char *text = reinterpret_cast<const char *>(data);
+void fuzz::OneInput(std::string_view bytes) {
+    const char *text = bytes.data();
+    long size = static_cast<long>(bytes.size());
     std::vector<Record> records;
     char error[DBSOURCE_ERROR_SIZE];
-    int bad = ParseDbSource(text, static_cast<long>(size), Keep, &records, error);
+    int bad = ParseDbSource(text, size, Keep, &records, error);
     // A bad line is always explained, and lies within the text.
     if (bad < 0 || (bad > 0 && error[0] == '\0')) std::abort();
     if (bad > 1 + std::count(text, text + size, '\n')) std::abort();
     for (const Record &r : records) CheckRoundTrip(r);
-    ParseDbSource(text, static_cast<long>(size), Refuse, nullptr, error);
-    ParseDbSource(text, static_cast<long>(size), nullptr, nullptr, nullptr);
-    return 0;
+    ParseDbSource(text, size, Refuse, nullptr, error);
+    ParseDbSource(text, size, nullptr, nullptr, nullptr);
 }

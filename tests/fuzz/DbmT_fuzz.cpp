@@ -15,7 +15,7 @@ constexpr const char *ADDED = "fuzz.added";
 
 unsigned char buffer[DBM_RECORD_SIZE];
 
-std::vector<std::string> Keys(DbT *db, bool sorted) {
+std::vector<std::string> KeysOf(DbT *db, bool sorted) {
     return fuzz::Keys(sorted ? DbmTGetRecordListS(db, "\n", "") : DbmTGetRecordList(db, "\n", ""));
 }
 
@@ -28,42 +28,39 @@ void LookUp(DbT *db, const std::string &key) {
     if (into != small) PutMem(into);
 }
 
-void CheckLinkList(DbT *db, const std::string &pattern) {
+void CheckLinks(DbT *db, const std::string &pattern) {
     fuzz::CheckLinkList(DbmTGetDbLinkList(db, pattern.c_str()), pattern.c_str());
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+void fuzz::SetUp() {
     fuzz::Begin("tool");
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    fuzz::Input input;
-    fuzz::WriteFile("tool/db/t.vdb", fuzz::Bytes(data, size));
+void fuzz::OneInput(std::string_view bytes) {
+    fuzz::WriteFile("tool/db/t.vdb", bytes);
     DbT *db = DbTOpen("t", 0);
-    if (!db) return 0;
+    if (!db) return;
 
-    std::vector<std::string> keys = Keys(db, false);
-    Keys(db, true);
+    std::vector<std::string> keys = KeysOf(db, false);
+    KeysOf(db, true);
     for (const std::string &key : keys) LookUp(db, key);
     LookUp(db, "absent");
-    CheckLinkList(db, "");
+    CheckLinks(db, "");
     if (!keys.empty() && !keys[0].empty()) {
-        CheckLinkList(db, keys[0].substr(keys[0].size() / 2));
+        CheckLinks(db, keys[0].substr(keys[0].size() / 2));
         PurgeTRecord(db, keys[0].c_str(), 0);
         PurgeTRecord(db, keys[0].c_str(), 1);
     }
-    for (const std::string &key : Keys(db, false)) LookUp(db, key);
+    for (const std::string &key : KeysOf(db, false)) LookUp(db, key);
 
-    int length = static_cast<int>(size < 100 ? size : 100) + 1;
+    int length = static_cast<int>(std::min<size_t>(bytes.size(), 100)) + 1;
     PurgeTRecord(db, ADDED, 0);
     std::memset(buffer, 'a', length);
-    if (size) std::memcpy(buffer, data, length - 1);
+    std::memcpy(buffer, bytes.data(), length - 1);
     if (DbmTPutData(db, ADDED, buffer, length) && DbmTGetRecordSize(db, ADDED) != length)
         std::abort();
     LookUp(db, ADDED);
     DbTClose(db);
-    return 0;
 }

@@ -15,21 +15,19 @@ namespace {
 constexpr const char *NAME = "x";
 unsigned char buffer[DBM_RECORD_SIZE];
 
-void CheckLinkList(const std::string &pattern) {
+void CheckLinks(const std::string &pattern) {
     fuzz::CheckLinkList(DbmGetDbLinkList(NAME, pattern.c_str()), pattern.c_str());
 }
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+void fuzz::SetUp() {
     fuzz::Begin("tool", "dbmfuzz");
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    fuzz::Input input;
+void fuzz::OneInput(std::string_view bytes) {
     fuzz::FreshDir("tool/db");
-    fuzz::WriteFile("tool/db/x.vdb", fuzz::Bytes(data, size));
+    fuzz::WriteFile("tool/db/x.vdb", bytes);
 
     std::vector<std::string> keys = fuzz::Keys(DbmGetRecordList(NAME, "\n", ""));
     for (const std::string &key : keys) {
@@ -37,8 +35,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         if (DbmGetRecord(NAME, key.c_str(), buffer) != length) std::abort();
         if (DbmGetRecord(NAME, key.c_str(), nullptr) != length) std::abort();
     }
-    CheckLinkList("");
-    if (!keys.empty() && !keys[0].empty()) CheckLinkList(keys[0].substr(keys[0].size() / 2));
+    CheckLinks("");
+    if (!keys.empty() && !keys[0].empty()) CheckLinks(keys[0].substr(keys[0].size() / 2));
 
     // Each step reads the file from its start: a few steps show the cursor's
     // handling, past the end included.
@@ -49,5 +47,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     fuzz::WriteFile("tool/db/x.vdb_new", "");
     DbmDeleteRecord(NAME, keys.empty() ? "" : keys[0].c_str());
     DbmDeleteRecords(NAME, keys.empty() ? "k" : keys.back().substr(0, 1).c_str());
-    return 0;
 }

@@ -33,19 +33,15 @@ void ReadAs(const char *name, std::string_view bytes) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+void fuzz::SetUp() {
     fuzz::Begin("", "disksfuzz");
     medium = fuzz::WorkDir() + "/medium";
     target = fuzz::FreshDir("target");
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    fuzz::Input input;
-    std::string_view bytes = fuzz::Bytes(data, size);
+void fuzz::OneInput(std::string_view bytes) {
     CheckSplit(bytes, DISKS_WORD_SEPARATORS);
     CheckSplit(bytes, " \r\n");
     ReadAs("disks", bytes);
     ReadAs("DISKS", bytes);
-    return 0;
 }

@@ -78,12 +78,12 @@ int __real_system(const char *line);
 FILE *__real_popen(const char *line, const char *mode);
 
 int __wrap_system(const char *line) {
-    if (fuzz::Input::running) Bypassed("system", line);
+    if (fuzz::running) Bypassed("system", line);
     return __real_system(line);
 }
 
 FILE *__wrap_popen(const char *line, const char *mode) {
-    if (fuzz::Input::running) Bypassed("popen", line);
+    if (fuzz::running) Bypassed("popen", line);
     return __real_popen(line, mode);
 }
 }

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -97,4 +98,18 @@ void CheckLinkList(DbmLinkNode *list, const char *pattern) {
     DbmFreeDbLinkList(list);
 }
 
+[[gnu::weak]] void SetUp() {}
+
 }  // namespace fuzz
+
+extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+    fuzz::SetUp();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    fuzz::running = true;
+    fuzz::OneInput({reinterpret_cast<const char *>(data), size});
+    fuzz::running = false;
+    return 0;
+}

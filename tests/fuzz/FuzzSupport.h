@@ -4,7 +4,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,10 +21,6 @@ std::string FreshDir(const std::string &relative);
 /// full path. Aborts when the file cannot be written: the harness would test
 /// nothing.
 std::string WriteFile(const std::string &relative, std::string_view bytes);
-/// The input as text.
-inline std::string_view Bytes(const uint8_t *data, size_t size) {
-    return {reinterpret_cast<const char *>(data), size};
-}
 
 /// Standard output goes to /dev/null (the library's messages would drown
 /// libFuzzer's report) and standard input reads /dev/null, so that a question
@@ -51,15 +46,12 @@ void CheckLinkList(DbmLinkNode *list, const char *pattern);
 /// (null: no output at all).
 void SetResponse(int index, const char *output);
 
-/// Marks one input's run: a system() or popen() call that bypasses the
-/// command layer aborts while it lives.
-class Input {
-  public:
-    Input() { running = true; }
-    ~Input() { running = false; }
-    Input(const Input &) = delete;
-    Input &operator=(const Input &) = delete;
-    static inline bool running = false;
-};
+/// Each harness defines OneInput, and SetUp when it has any: libFuzzer's
+/// entry points (FuzzSupport.cpp) run SetUp once, then OneInput on each input.
+void SetUp();
+void OneInput(std::string_view bytes);
+/// True while an input runs: a system() or popen() call that bypasses the
+/// command layer then aborts.
+inline bool running = false;
 
 }  // namespace fuzz

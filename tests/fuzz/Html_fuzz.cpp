@@ -62,11 +62,8 @@ void CheckPage(const HtmlPage *page) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    fuzz::Input input;
-    const char *text = reinterpret_cast<const char *>(data);
-    HtmlPage *page = HtmlLayout(text, static_cast<long>(size), "Help");
+void fuzz::OneInput(std::string_view bytes) {
+    HtmlPage *page = HtmlLayout(bytes.data(), static_cast<long>(bytes.size()), "Help");
     if (page) CheckPage(page);
     HtmlFreePage(page);
-    return 0;
 }

@@ -76,14 +76,12 @@ void Declare() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+void fuzz::SetUp() {
     fuzz::Begin("", "settingsfuzz");
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    fuzz::Input input;
-    std::string path = fuzz::WriteFile("settings", fuzz::Bytes(data, size));
+void fuzz::OneInput(std::string_view bytes) {
+    std::string path = fuzz::WriteFile("settings", bytes);
     Declare();
     if (OpenInputFile(path.c_str(), 1)) {
         LoadMenu(&mainMenu);
@@ -96,5 +94,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     FreeMenu(&mainMenu);
     FreeMenu(&subMenu);
     FreeMenu(&otherMenu);
-    return 0;
 }

@@ -34,15 +34,12 @@ MENU menu = {.title = "Test", .items = items};
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+void fuzz::SetUp() {
     fuzz::Quiet();
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    fuzz::Input input;
+void fuzz::OneInput(std::string_view bytes) {
     // A condition is a C string: a NUL ends it there.
-    std::string condition(reinterpret_cast<const char *>(data), size);
+    std::string condition(bytes);
     TestStateCondition(&menu, condition.c_str(), 3);
-    return 0;
 }

@@ -30,16 +30,13 @@ void StoreAsTheEngineDoes(const std::string &format, const std::string &text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+void fuzz::SetUp() {
     // No databases there: the messages come from the built-in English strings.
     fuzz::Begin("tool");
     unsetenv("LANG");
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    fuzz::Input input;
-    std::string_view rest = fuzz::Bytes(data, size);
+void fuzz::OneInput(std::string_view rest) {
     // Both arrive as C strings: a NUL ends each there.
     std::string format(fuzz::Cut(rest, '\n'));
     std::string text(rest);
@@ -47,5 +44,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     text.resize(std::strlen(text.c_str()));
     if (ValidateEntry(text.c_str(), format.c_str()) == 0) StoreAsTheEngineDoes(format, text);
     ValidateEntry(nullptr, format.c_str());
-    return 0;
 }

@@ -20,14 +20,11 @@ void Forget() {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+void fuzz::SetUp() {
     fuzz::Begin("tool");
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    fuzz::Input input;
-    std::string_view rest = fuzz::Bytes(data, size);
+void fuzz::OneInput(std::string_view rest) {
     std::string lang(fuzz::Cut(rest, '\n'));
     // The environment holds C strings: a NUL ends the value there.
     lang.resize(std::strlen(lang.c_str()));
@@ -42,5 +39,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const char *chosen = GetDesiredNLSLang();
     if (!chosen || !*chosen) std::abort();  // a language directory is always named
     Forget();
-    return 0;
 }

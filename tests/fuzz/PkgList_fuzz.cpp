@@ -21,7 +21,7 @@ constexpr const char *PS_OUTPUT =
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+void fuzz::SetUp() {
     fuzz::Begin("", "pkglistfuzz");
     installDir = fuzz::FreshDir("OrvelInstall");
     appDir = fuzz::FreshDir("app");
@@ -34,12 +34,9 @@ extern "C" int LLVMFuzzerInitialize(int *, char ***) {
     fuzz::SetResponse(CMD_PS, PS_OUTPUT);
     Seam.replace = [](const char *) { return std::tmpfile(); };
     Seam.commit = [](FILE *stream, const char *, int) { return std::fclose(stream) == 0 ? 1 : 0; };
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    fuzz::Input input;
-    fuzz::WriteFile("OrvelInstall/pkg/pkg.list", fuzz::Bytes(data, size));
+void fuzz::OneInput(std::string_view bytes) {
+    fuzz::WriteFile("OrvelInstall/pkg/pkg.list", bytes);
     ProcessPkgList("pkg");
-    return 0;
 }

@@ -17,22 +17,18 @@ constexpr const char *DF_OUTPUT =
 
 }  // namespace
 
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
+void fuzz::SetUp() {
     fuzz::Begin("medium", "sizefuzz");
     work = fuzz::FreshDir("tmp/OrvelInstall");
     base = fuzz::FreshDir("opt");
     pTmpDir = const_cast<char *>(fuzz::WorkDir().c_str());
     fuzz::SetResponse(CMD_DF, DF_OUTPUT);
     fuzz::SetResponse(CMD_DU, "12\t.\n");
-    return 0;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-    fuzz::Input input;
-    std::string_view rest = fuzz::Bytes(data, size);
+void fuzz::OneInput(std::string_view rest) {
     std::string_view isize = fuzz::Cut(rest, '\0');
     fuzz::WriteFile("medium/isize", isize);
     fuzz::WriteFile("medium/tsize", rest);
     FreeSpaceForInstall(work.c_str(), base.c_str(), COMPANY);
-    return 0;
 }
