@@ -8,9 +8,9 @@ DEB_PKGS = g++ cmake make libgtest-dev libbenchmark-dev libncurses-dev ncompress
 
 all: build
 
-# Installs only what is missing, and only when we may (root with apt-get).
-deps:
-	@missing=""; for p in $(DEB_PKGS); do \
+# Installs what is missing of the packages named, and only when we may (root
+# with apt-get).
+install_missing = @missing=""; for p in $(1); do \
 	    dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
 	if [ -n "$$missing" ]; then \
 	    if [ "$$(id -u)" = 0 ] && command -v apt-get >/dev/null; then \
@@ -18,6 +18,9 @@ deps:
 	        apt-get update -qq && DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $$missing; \
 	    else echo "missing Debian packages:$$missing (run make as root to install them)"; fi; \
 	fi
+
+deps:
+	$(call install_missing,$(DEB_PKGS))
 
 configure: deps
 	cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
@@ -28,11 +31,12 @@ build: configure
 test: build
 	cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
 
-# The libFuzzer harnesses, built with clang in their own directory (the
-# script installs clang when missing), each run FUZZ_SECONDS from its seeds.
+# The libFuzzer harnesses, built with clang and its libFuzzer runtime in their
+# own directory, each run FUZZ_SECONDS from its seeds.
 FUZZ_SECONDS ?= 60
 FUZZ_BUILD   ?= build-fuzz
 fuzz:
+	$(call install_missing,clang libclang-rt-dev)
 	sh tests/fuzz/run.sh $(FUZZ_BUILD) $(FUZZ_SECONDS)
 
 # Goes as far as it can: the script says which pieces are missing.

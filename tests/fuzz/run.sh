@@ -15,18 +15,11 @@ BUILD=${1:-build-fuzz}
 SECONDS_EACH=${2:-60}
 [ $# -gt 2 ] && shift 2 || set --
 
-# clang and its libFuzzer runtime, from Debian's packages when missing.
-runtime_present() {
-    command -v clang++ >/dev/null 2>&1 &&
-        [ -f "$(clang++ -print-resource-dir)/lib/linux/libclang_rt.fuzzer-$(uname -m).a" ]
-}
-if ! runtime_present; then
-    if [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null; then
-        echo "installing: clang libclang-rt-dev"
-        apt-get update -qq
-        DEBIAN_FRONTEND=noninteractive apt-get install -y -qq clang libclang-rt-dev >/dev/null
-    fi
-    runtime_present || { echo "fuzz: clang with its libFuzzer runtime is needed" >&2; exit 1; }
+# clang and its libFuzzer runtime: `make fuzz` installs them when missing.
+if ! command -v clang++ >/dev/null 2>&1 ||
+    [ ! -f "$(clang++ -print-resource-dir)/lib/linux/libclang_rt.fuzzer-$(uname -m).a" ]; then
+    echo "fuzz: clang with its libFuzzer runtime is needed (make fuzz installs them)" >&2
+    exit 1
 fi
 
 cmake -S tests/fuzz -B "$BUILD" -DCMAKE_CXX_COMPILER=clang++ >/dev/null
