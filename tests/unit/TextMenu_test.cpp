@@ -45,18 +45,18 @@ extern MENU menu;
 MENU subMenu = {.title = "Sub", .parentMenu = &menu, .items = subItems};
 
 MENUITEM items[] = {
-    {.text = "Intro", .type = MENU_TEXT},                                     // 0
-    {.text = "Run", .type = MENU_ACTION, .handler = Count},                   // 1: key 1
-    {.text = "~q Quit", .type = MENU_EXIT},                                   // 2: key q
+    {.text = "Intro", .type = MENU_TEXT},                                          // 0
+    {.text = "Run", .type = MENU_ACTION, .handler = Count},                        // 1: key 1
+    {.text = "~q Quit", .type = MENU_EXIT},                                        // 2: key q
     {.text = "Name", .type = MENU_NAME, .prompt = "Your name", .handler = Count},  // 3: key 2
-    {.text = "Size", .type = MENU_INT, .defaultValue = {7}},                  // 4: key 3
-    {.text = "Scale", .type = MENU_FLOAT, .defaultValue = {.real = 1.5f}},    // 5: key 4
-    {.text = "Mode", .type = MENU_PICKONE, .choices = kModes},                // 6: key 5
-    {.text = "Parts", .type = MENU_PICKMANY, .choices = kParts},              // 7: key 6
-    {.text = "More", .type = MENU_SUBMENU, .value = {.menu = &subMenu}},      // 8: key 7
-    {.text = "Fixed", .type = MENU_PICKONE, .choices = kBlocked},             // 9: key 8
-    {.text = "Later", .type = MENU_STRING, .state = 2},                       // 10: key 9
-    {.text = "Refused", .type = MENU_ACTION, .handler = Refuse},              // 11: key 10
+    {.text = "Size", .type = MENU_INT, .defaultValue = {7}},                       // 4: key 3
+    {.text = "Scale", .type = MENU_FLOAT, .defaultValue = {.real = 1.5f}},         // 5: key 4
+    {.text = "Mode", .type = MENU_PICKONE, .choices = kModes},                     // 6: key 5
+    {.text = "Parts", .type = MENU_PICKMANY, .choices = kParts},                   // 7: key 6
+    {.text = "More", .type = MENU_SUBMENU, .value = {.menu = &subMenu}},           // 8: key 7
+    {.text = "Fixed", .type = MENU_PICKONE, .choices = kBlocked},                  // 9: key 8
+    {.text = "Later", .type = MENU_STRING, .state = 2},                            // 10: key 9
+    {.text = "Refused", .type = MENU_ACTION, .handler = Refuse},                   // 11: key 10
     {},
 };
 MENU menu = {.title = "Demo", .titleStyle = 1, .applyHandler = Apply, .items = items};
@@ -81,8 +81,13 @@ class TextMenuTest : public ::testing::Test {
     }
     void TearDown() override { FreeMenu(&menu); }
 
-    void Input(const std::string &text) {
-        ASSERT_TRUE(testfiles::FeedStdin(dir / "input", text));
+    void Input(const std::string &text) { ASSERT_TRUE(testfiles::FeedStdin(dir / "input", text)); }
+    /// Reads `text` as a settings file into the menu.
+    void Load(const std::string &text) {
+        Write(dir / "settings", text);
+        ASSERT_TRUE(OpenInputFile((dir / "settings").c_str(), 1));
+        LoadMenu(&menu);
+        CloseInputFile();
     }
 };
 
@@ -102,9 +107,9 @@ TEST_F(TextMenuTest, TypedLinesSelectByNumberOrHotKey) {
         int selected;
         const char *option;
     } cases[] = {
-        {"1", 2, ""},    {"q", 3, ""},     {"Q", 3, ""},  {"2  Bob Smith", 4, "Bob Smith"},
-        {"9", 0, ""},    // hidden
-        {"99", 0, ""},   {"x", 0, ""},     {"h", 0, ""},  {" 1", 0, ""},
+        {"1", 2, ""},          {"q", 3, ""}, {"Q", 3, ""}, {"2  Bob Smith", 4, "Bob Smith"},
+        {"9", 0, ""},  // hidden
+        {"99", 0, ""},         {"x", 0, ""}, {"h", 0, ""}, {" 1", 0, ""},
         {"4294967297", 0, ""},  // past any int: not key 1 wrapped around
     };
     for (auto &c : cases) {
@@ -153,11 +158,8 @@ TEST_F(TextMenuTest, SettingsLinesAndTheirReplay) {
               "3[abc] 11 0\n4[7] 13 0\n5[1.500] 14 0\n6[0] 9 0\n9[0] 9 0\n10[] 12 2\n"
               "8{\n0[5] 13 0\n}\n");
 
-    Write(file, "3[] 12 0\n4[12] 13 1\n99[x] 11 0\n5[2] 11 0\n6[1] 9 0\n8{\n0[9] 13 0\n}\n");
-    ASSERT_TRUE(OpenInputFile(file.c_str(), 1));
     flLoadedSettings = 0;
-    LoadMenu(&menu);
-    CloseInputFile();
+    Load("3[] 12 0\n4[12] 13 1\n99[x] 11 0\n5[2] 11 0\n6[1] 9 0\n8{\n0[9] 13 0\n}\n");
     EXPECT_TRUE(flLoadedSettings);
     EXPECT_STREQ(items[3].value.text, "");  // the word "]" made empty
     EXPECT_EQ(items[3].type, MENU_STRING);
@@ -171,32 +173,21 @@ TEST_F(TextMenuTest, SettingsLinesAndTheirReplay) {
     items[4].state = 0;
 }
 
-TEST_F(TextMenuTest, SettingsBlockOfAnItemWithoutSubMenuIsNotEntered) {
-    // From the fuzz harness: "<n>{" of a value item took its value for a menu.
-    fs::path file = dir / "settings";
-    for (const char *opening : {"3{\n", "4{\n", "5{\n"}) {
-        SCOPED_TRACE(opening);
-        Write(file, std::string(opening) + "4[12] 13 0\n}\n");
-        ASSERT_TRUE(OpenInputFile(file.c_str(), 1));
-        LoadMenu(&menu);
-        CloseInputFile();
-        EXPECT_EQ(items[4].value.number, 12);  // the lines after it belong to this menu
-        items[4].value.number = 7;
-    }
-}
-
-TEST_F(TextMenuTest, SettingsNumbersBeyondAnIntLeaveTheItemAsItIs) {
-    // Each would read as item 4, value 12 or state 1 once cut to an int.
-    fs::path file = dir / "settings";
-    for (const char *line : {"4294967300[12] 13 0\n", "4[4294967308] 13 0\n",
-                             "4[12] 13 4294967297\n", "4[12] 4294967309 0\n"}) {
-        SCOPED_TRACE(line);
-        Write(file, line);
-        ASSERT_TRUE(OpenInputFile(file.c_str(), 1));
-        LoadMenu(&menu);
-        CloseInputFile();
-        EXPECT_EQ(items[4].value.number, 7);
+// A block opened by a value item (from the fuzz harness: it took the item's
+// value for a menu) is not entered: the lines after it belong to this menu.
+// Numbers past an int, which would read as item 4, value 12 or state 1 once
+// cut, leave the item as it is.
+TEST_F(TextMenuTest, SettingsTheMenuCannotHoldAreNotTaken) {
+    const std::pair<const char *, int> cases[] = {
+        {"3{\n4[12] 13 0\n}\n", 12},  {"4{\n4[12] 13 0\n}\n", 12}, {"5{\n4[12] 13 0\n}\n", 12},
+        {"4294967300[12] 13 0\n", 7}, {"4[4294967308] 13 0\n", 7}, {"4[12] 13 4294967297\n", 7},
+        {"4[12] 4294967309 0\n", 7}};
+    for (const auto &[text, number] : cases) {
+        SCOPED_TRACE(text);
+        Load(text);
+        EXPECT_EQ(items[4].value.number, number);
         EXPECT_EQ(items[4].state, 0);
+        items[4].value.number = 7;
     }
 }
 
