@@ -3,16 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
-#include "MemMgr.h"
-#include "NlsUtils.h"
 #include "BuiltInStrings.h"
 #include "TestFiles.h"
 #include "TextMenu.h"
-#include "TextMenuString.h"
 
 namespace {
 

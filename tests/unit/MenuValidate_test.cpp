@@ -3,15 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdlib>
 #include <string>
 
-#include "MemMgr.h"
-#include "NlsUtils.h"
 #include "BuiltInStrings.h"
 #include "TestFiles.h"
 #include "TextMenu.h"
-#include "TextMenuString.h"
 
 namespace {
 
