@@ -16,6 +16,7 @@
 
 namespace {
 
+using testfiles::Listing;
 using testfiles::Slurp;
 using testfiles::Write;
 namespace fs = std::filesystem;
@@ -44,12 +45,6 @@ class DurableTest : public ::testing::Test {
         waitpid(child, &status, 0);
         return WEXITSTATUS(status);
     }
-    /// The names in the directory, to see that no scratch file stayed.
-    std::set<std::string> Names(const fs::path &in) {
-        std::set<std::string> names;
-        for (const auto &entry : fs::directory_iterator(in)) names.insert(entry.path().filename());
-        return names;
-    }
 };
 
 TEST_F(DurableTest, FailedWriteLeavesTheOriginalOfEveryKindOfReplacement) {
@@ -60,7 +55,7 @@ TEST_F(DurableTest, FailedWriteLeavesTheOriginalOfEveryKindOfReplacement) {
     Write(script, "#!/bin/sh\nold\n");
     ASSERT_TRUE(DbmPutRecord("strings", "k", "old", 4));
     std::string database = Slurp(dir / "db/strings.vdb");
-    std::set<std::string> before = Names(dir.path());
+    std::set<std::string> before = Listing(dir.path());
 
     EXPECT_EQ(WithWritesCutAt(100, [&] {
                   return CreateTextFile(text.c_str(), "wt", 0644, "%s", big.c_str());
@@ -79,7 +74,7 @@ TEST_F(DurableTest, FailedWriteLeavesTheOriginalOfEveryKindOfReplacement) {
     EXPECT_EQ(Slurp(edited), "key=old\n");
     EXPECT_EQ(Slurp(script), "#!/bin/sh\nold\n");
     EXPECT_EQ(Slurp(dir / "db/strings.vdb"), database);
-    EXPECT_EQ(Names(dir.path()), before);
+    EXPECT_EQ(Listing(dir.path()), before);
 }
 
 TEST_F(DurableTest, CompleteReplacementsKeepModeAndFollowLinks) {
@@ -97,12 +92,12 @@ TEST_F(DurableTest, CompleteReplacementsKeepModeAndFollowLinks) {
 TEST_F(DurableTest, FailedRenameLeavesTheTargetAndNoScratch) {
     fs::path target = dir / "busy";
     Write(target / "inside", "kept\n");  // a directory: nothing can be renamed over it
-    std::set<std::string> before = Names(dir.path());
+    std::set<std::string> before = Listing(dir.path());
     testing::internal::CaptureStderr();
     EXPECT_EQ(CreateTextFile(target.c_str(), "wt", 0644, "%s", "new\n"), 0);
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(Slurp(target / "inside"), "kept\n");
-    EXPECT_EQ(Names(dir.path()), before);
+    EXPECT_EQ(Listing(dir.path()), before);
 }
 
 }  // namespace

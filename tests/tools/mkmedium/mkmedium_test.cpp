@@ -1,7 +1,5 @@
 // The medium builder run as its users run it, on a package in a temporary
 // directory; each medium it makes is checked and unpacked as the installer would.
-#include <sys/wait.h>
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -27,12 +25,6 @@ constexpr const char *kReplay =
     uncompress -c SGIPnzz.tar.Z > SGIPnzz.tar && du -s . && rm SGIPnzz.tar.Z &&
     tar xpf SGIPnzz.tar && du -s . && du -s pkg && test -x pkg/bin/tool &&
     diff -r --no-dereference ../package/pkg pkg >&2 && echo same)";
-
-std::set<std::string> Listing(const fs::path &dir) {
-    std::set<std::string> names;
-    for (const auto &entry : fs::directory_iterator(dir)) names.insert(entry.path().filename());
-    return names;
-}
 
 // A package with several kinds of entries, a stand-in installer, its help file,
 // translation settings and string databases.
@@ -60,11 +52,8 @@ class MediumTest : public ::testing::Test {
     void SetUp() override { ASSERT_EQ(Sh(kPackage), 0) << err; }
     // Runs `command` in the top directory; returns its exit status, keeps its output.
     int Sh(const std::string &command) {
-        std::string a = aside.path().string(), t = top.path().string();
-        int status = std::system(
-            ("cd " + t + " && (" + command + ") >" + a + "/out 2>" + a + "/err").c_str());
-        out = Slurp(aside / "out"), err = Slurp(aside / "err");
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return testfiles::Run("cd " + top.path().string() + " && (" + command + ")", aside.path(),
+                              out, err);
     }
     int Mkmedium(const std::string &args) { return Sh(MKMEDIUM_BINARY " " + args); }
     // The replay of `pieces` (relative to the top directory) must fit the sizes in `first`.

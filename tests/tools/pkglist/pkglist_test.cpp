@@ -1,6 +1,4 @@
 // pkglist on lists written to show each warning, and on the demo list.
-#include <sys/wait.h>
-
 #include <gtest/gtest.h>
 
 #include <string>
@@ -24,11 +22,7 @@ class PkglistTest : public ::testing::Test {
         return (top / "pkg/pkg.list").string();
     }
     int Pkglist(const std::string &args) {
-        std::string a = aside.path().string();
-        int status =
-            std::system((PKGLIST_BINARY " " + args + " >" + a + "/out 2>" + a + "/err").c_str());
-        out = Slurp(aside / "out"), err = Slurp(aside / "err");
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return testfiles::Run(PKGLIST_BINARY " " + args, aside.path(), out, err);
     }
 };
 

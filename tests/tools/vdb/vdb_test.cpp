@@ -1,7 +1,5 @@
 // vdb run as package makers run it, on databases in a temporary directory and
 // on the string databases the build ships.
-#include <sys/wait.h>
-
 #include <gtest/gtest.h>
 
 #include <set>
@@ -31,19 +29,10 @@ class VdbTest : public ::testing::Test {
 
     // Runs vdb with `args` (shell words) in the top directory; returns its exit status.
     int Vdb(const std::string &args) {
-        std::string a = aside.path().string();
-        int status = std::system(("cd " + top.path().string() + " && " VDB_BINARY " " + args +
-                                  " >" + a + "/out 2>" + a + "/err")
-                                     .c_str());
-        out = Slurp(aside / "out"), err = Slurp(aside / "err");
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return testfiles::Run("cd " + top.path().string() + " && " VDB_BINARY " " + args,
+                              aside.path(), out, err);
     }
-    std::set<std::string> Listing() const {
-        std::set<std::string> names;
-        for (const auto &entry : fs::directory_iterator(top.path()))
-            names.insert(entry.path().filename());
-        return names;
-    }
+    std::set<std::string> Listing() const { return testfiles::Listing(top.path()); }
     void Build(const std::string &source) {
         Write(top / "s.txt", source);
         ASSERT_EQ(Vdb("build s.txt s.vdb"), 0) << err;
