@@ -52,9 +52,6 @@ class DbmTest : public ::testing::Test {
     fs::path cwd = fs::current_path();
 
     void SetUp() override {
-        static bool resolved = false;
-        if (!resolved) InitSysCmdList();
-        resolved = true;
         pToolPath = tool.data();
         my_name = const_cast<char *>("dbm_test");
         fs::create_directories(db);

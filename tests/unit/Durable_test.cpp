@@ -26,9 +26,6 @@ class DurableTest : public ::testing::Test {
     testfiles::TempDir dir;
     std::string tool = dir.path().string();
     void SetUp() override {
-        static bool resolved = false;
-        if (!resolved) InitSysCmdList();
-        resolved = true;
         my_name = const_cast<char *>("durable_test");
         pToolPath = tool.data();
     }

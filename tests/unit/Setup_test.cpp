@@ -26,9 +26,6 @@ class SetupTest : public ::testing::Test {
         my_name = name.data();
         pTmpDir = dirText.data();
         pOrvelInstallDir = work.data();
-        static bool resolved = false;
-        if (!resolved) InitSysCmdList();
-        resolved = true;
     }
     void TearDown() override { fs::remove("/tmp/" + name + ".log"); }
 

@@ -67,9 +67,6 @@ class TextMenuTest : public ::testing::Test {
     std::string built = fs::path(SETUP_BINARY).parent_path().string();
 
     void SetUp() override {
-        static bool resolved = false;
-        if (!resolved) InitSysCmdList();
-        resolved = true;
         pToolPath = built.data();  // the shipped English strings
         my_name = const_cast<char *>("menutest");
         unsetenv("LANG");
