@@ -1,6 +1,6 @@
-// What the harnesses share: a private work directory for the files an input
-// becomes, the responses of the fake command layer (FakeExec.cpp), and the
-// walks of record lists that both database harnesses make.
+// What the harnesses share: libFuzzer's entry points, a private work directory
+// for the files an input becomes, the responses of the fake command layer
+// (FakeExec.cpp), and the walks of record lists that both database harnesses make.
 #pragma once
 
 #include <cstddef>
