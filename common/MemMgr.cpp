@@ -127,8 +127,7 @@ void MarkFree(MemBlock *b, long i, long k) {
     std::memset(b->map + i, MEM_FREE, static_cast<size_t>(k));
     ForEachWord(i, k, [b](long w, uint64_t mask) { b->freeBits[w] |= mask; });
     b->lowFree = std::min<int32_t>(b->lowFree, static_cast<int32_t>(i));
-    // Only the run through node i can have grown; measured only when a
-    // failed search left a bound to keep.
+    // Freed nodes can lengthen a run: a failed search's bound no longer holds.
     b->runBound = MEM_NODES + 1;
 }
 

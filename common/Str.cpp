@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -338,11 +337,8 @@ int PathFits(const char *path, int room) {
     return 0;
 }
 
-int ClampedInt(const char *text, bool *fits) {
-    errno = 0;
+int ClampedInt(const char *text) {
+    // strtol saturates at the range of long, which the clamp then takes in.
     long value = std::strtol(text ? text : "", nullptr, 10);
-    bool inRange = errno != ERANGE && value >= INT_MIN && value <= INT_MAX;
-    if (fits) *fits = inRange;
-    if (inRange) return static_cast<int>(value);
-    return value < 0 ? INT_MIN : INT_MAX;
+    return static_cast<int>(std::clamp<long>(value, INT_MIN, INT_MAX));
 }

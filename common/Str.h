@@ -50,8 +50,7 @@ int SniffLprng();  ///< 1 when `lpd -V` says LPRng
 
 double MaxD(double a, double b);
 /// The number at the start of `text` as atoi reads it, but defined for every
-/// text: a value past the range of int gives INT_MIN or INT_MAX and sets
-/// `*fits` (when given) false.
-int ClampedInt(const char *text, bool *fits = nullptr);
+/// text: a value past the range of int gives INT_MIN or INT_MAX.
+int ClampedInt(const char *text);
 /// Length conversion between 0 inches, 1 centimetres, 2 points.
 double CvtFloatFormat(double value, int fromUnit, int toUnit);

@@ -71,11 +71,9 @@ bool Toggle(MENU *menu, int index, const char *option) {
         return token && token[0] != ' ';
     };
     bool changed = false;
-    // A number past any int is no choice at all, as an unknown one is.
-    bool fits = false;
+    // A number past any int clamps past every choice: no choice, as an unknown one is.
     int typed =
-        option && std::isdigit(static_cast<unsigned char>(*option)) ? ClampedInt(option, &fits) : 0;
-    if (!fits) typed = 0;
+        option && std::isdigit(static_cast<unsigned char>(*option)) ? ClampedInt(option) : 0;
     if (typed >= 1 && typed <= count) {
         cur = typed - 1;
         changed = available(cur);
@@ -171,9 +169,7 @@ int FindSelection(MENU *menu, char *line, int count) {
     pOption = p;
     MENUITEM *items = menu->items;
     if (std::isdigit(static_cast<unsigned char>(line[0]))) {
-        bool fits = false;
-        int n = ClampedInt(line, &fits);
-        if (!fits) return 0;  // no item carries a number past any int
+        int n = ClampedInt(line);  // past any int: past every item's number
         for (int i = 0; i < count; ++i)
             if (!HasHotKey(items[i]) && items[i].state == 0 && items[i].key == n) return i + 1;
         return 0;

@@ -32,6 +32,17 @@ class LineCheck {
         if (const char *command = Word(text)) Command(command);
     }
 
+    /// "LIST:LINE: warning: " and the message, for the line last checked.
+    void Warn(const char *format, ...) PRINTF_LIKE(2, 3) {
+        va_list args;
+        va_start(args, format);
+        std::printf("%s:%d: warning: ", source_.path.c_str(), line_);
+        std::vprintf(format, args);
+        std::putchar('\n');
+        va_end(args);
+        ++warnings;
+    }
+
   private:
     const ListSource &source_;
     std::set<std::string> &held_;  // names in the package directory so far
@@ -42,16 +53,6 @@ class LineCheck {
 
     const char *Word(const char *start = nullptr, const char *separators = WORD_SEPARATORS) {
         return GetTokenD(start, separators, &cursor_, word_);
-    }
-
-    void Warn(const char *format, ...) PRINTF_LIKE(2, 3) {
-        va_list args;
-        va_start(args, format);
-        std::printf("%s:%d: warning: ", source_.path.c_str(), line_);
-        std::vprintf(format, args);
-        std::putchar('\n');
-        va_end(args);
-        ++warnings;
     }
 
     // A file a copy takes from the package, which must be beside the list.
@@ -186,7 +187,7 @@ int Lint(const ListSource &source) {
     OpenInputFile(source.path.c_str(), 2);
     while (GetFileLine()) {
         size_t length = std::strlen(LineBuf);
-        int line = source.LineAt(pIn ? std::ftell(pIn) : 0, length);
+        int line = source.ReaderLine();
         bool cut = length > 0 && LineBuf[length - 1] != '\n' && pIn && !std::feof(pIn);
         if (cut) {  // a line of exactly the piece's length leaves only its newline behind
             int after = std::fgetc(pIn);
@@ -195,13 +196,9 @@ int Lint(const ListSource &source) {
         }
         std::string text(LineBuf, length);
         check.Check(text.c_str(), line);
-        if (cut) {
-            std::printf(
-                "%s:%d: warning: line longer than %d characters: the rest is read as "
-                "a line of its own\n",
-                source.path.c_str(), line, READ_PIECE - 1);
-            ++check.warnings;
-        }
+        if (cut)
+            check.Warn("line longer than %d characters: the rest is read as a line of its own",
+                       READ_PIECE - 1);
     }
     CloseInputFile();
     return check.warnings ? 1 : 0;

@@ -9,9 +9,9 @@
 struct ListSource {
     std::string path;
     std::string text;
-    /// 1-based number of the line the reader is in, from the file position
-    /// after the current line and that line's length.
-    int LineAt(long positionAfter, size_t lineLength) const;
+    /// 1-based number of the line where the reader's current line (LineBuf)
+    /// starts, from the reader's position after it.
+    int ReaderLine() const;
 };
 
 /// Sets the installer up as `plan` runs it, printing nothing: the package

@@ -138,11 +138,10 @@ void Model(int index, const char *args) {
 // The list line the reader is in, once, before its first effect.
 void ShowLine() {
     if (quiet) return;
-    size_t length = std::strlen(LineBuf);
-    int line = list->LineAt(pIn ? std::ftell(pIn) : 0, length);
+    int line = list->ReaderLine();
     if (line == shownLine) return;
     shownLine = line;
-    std::string text(LineBuf, length);
+    std::string text(LineBuf);
     while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
     std::printf("%s:%d: %s\n", list->path.c_str(), line, text.c_str());
 }

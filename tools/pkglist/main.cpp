@@ -28,6 +28,7 @@ an unreadable LIST.
 #include <algorithm>
 
 #include "Pkglist.h"
+#include "utils.h"
 
 namespace {
 
@@ -51,9 +52,10 @@ bool Load(const char *path, ListSource &source) {
 
 }  // namespace
 
-int ListSource::LineAt(long positionAfter, size_t lineLength) const {
-    size_t end = std::min(text.size(), static_cast<size_t>(std::max(positionAfter, 0L)));
-    size_t start = end - std::min(end, lineLength);
+int ListSource::ReaderLine() const {
+    long after = pIn ? std::ftell(pIn) : 0;
+    size_t end = std::min(text.size(), static_cast<size_t>(std::max(after, 0L)));
+    size_t start = end - std::min(end, std::strlen(LineBuf));
     return 1 + static_cast<int>(std::count(text.begin(), text.begin() + start, '\n'));
 }
 
